@@ -1,0 +1,35 @@
+#pragma once
+
+// velum-cli's commands. Each command lives in its own file and registers
+// itself with a static `CommandRegistration`; main() dispatches on the first
+// argument.
+
+#include <QStringList>
+
+#include <functional>
+#include <vector>
+
+namespace velum::cli {
+
+// Exit statuses shared by every command.
+inline constexpr int exitOk = 0;
+inline constexpr int exitFailure = 1;
+inline constexpr int exitUsage = 2;
+
+struct Command {
+    const char *name;
+    const char *usage;   // arguments after the name, e.g. "PROJECT_DIR --json OUT"
+    const char *summary; // one line for --help
+    std::function<int(const QStringList &arguments)> run;
+};
+
+std::vector<Command> &commands();
+
+struct CommandRegistration {
+    explicit CommandRegistration(Command command) { commands().push_back(std::move(command)); }
+};
+
+// Writes a line to standard error and returns exitUsage.
+int usageError(const QString &message);
+
+} // namespace velum::cli

@@ -1,0 +1,490 @@
+#pragma once
+
+// The JSON coding layer. Every document the system writes or reads goes
+// through here, with one of two key styles:
+//
+//  - the stage coder (stage documents, edits, wire bodies, job records) turns
+//    field names into snake case: `beforeP10Ms` is "before_p10_ms";
+//  - the state coder (state.json) uses the field names as they are.
+//
+// Both write pretty-printed JSON with sorted keys, unescaped slashes, doubles
+// in their shortest round-tripping form, ISO 8601 dates with whole seconds,
+// and leave an optional without a value out instead of writing null.
+//
+// Records describe their fields once with `Fields<R>`; enumerations describe
+// their stored texts once with `EnumTexts<E>`. Anything else specialises
+// `Coding<T>`.
+
+#include <QByteArray>
+#include <QDateTime>
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QJsonValue>
+#include <QString>
+#include <QStringList>
+#include <QUrl>
+#include <QUuid>
+
+#include <array>
+#include <concepts>
+#include <cstdint>
+#include <limits>
+#include <map>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <tuple>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+namespace velum::json {
+
+enum class KeyStyle { fieldNames, snakeCase };
+
+// A document, or a part of one, did not have the expected shape. The text
+// names where: "clips[2].media.duration_s: expected a number".
+class DecodingError : public std::runtime_error {
+public:
+    explicit DecodingError(const QString &message);
+    const char *what() const noexcept override { return m_text.c_str(); }
+    QString message() const { return m_message; }
+    QString path() const { return m_path; }
+    // Prefixes the location with an enclosing key or index.
+    void within(const QString &component);
+
+private:
+    QString m_message;
+    QString m_path;
+    std::string m_text;
+};
+
+// A value cannot be written as JSON (a number that is not finite).
+class EncodingError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+// Key conversion of the stage coder: a capital letter starts a new lower-case
+// word, digits stay with what went before, and a run of capitals is one word
+// ("profileID" is "profile_id", "sourceURL" is "source_url").
+QString snakeCase(QStringView fieldName);
+
+// The text form. `serialize` writes the layout described above; `parse` reads
+// any JSON text and throws DecodingError on malformed input, invalid UTF-8,
+// numbers out of range and nesting deeper than the parser allows.
+QByteArray serialize(const QJsonValue &value);
+QJsonValue parse(const QByteArray &bytes);
+
+// ISO 8601 with whole seconds: "2025-03-01T09:30:00Z". Reading accepts a
+// zone offset and a fraction of a second, which is dropped.
+QString formatDate(const QDateTime &date);
+std::optional<QDateTime> parseDate(QStringView text);
+
+// The present moment in whole seconds, as it reads back from a document.
+QDateTime nowWholeSeconds();
+
+// --- Enumerations with stored texts -----------------------------------------
+
+template <class E>
+struct EnumTexts; // specialise: static constexpr std::array<std::pair<E, const char *>, N> values
+
+template <class E>
+concept StoredEnum = std::is_enum_v<E> && requires { EnumTexts<E>::values; };
+
+template <StoredEnum E>
+QString text(E value)
+{
+    for (const auto &[v, t] : EnumTexts<E>::values) {
+        if (v == value)
+            return QString::fromLatin1(t);
+    }
+    return {};
+}
+
+template <StoredEnum E>
+std::optional<E> fromText(QStringView stored)
+{
+    for (const auto &[v, t] : EnumTexts<E>::values) {
+        if (stored == QLatin1StringView(t))
+            return v;
+    }
+    return std::nullopt;
+}
+
+template <StoredEnum E>
+std::vector<E> allCases()
+{
+    std::vector<E> cases;
+    for (const auto &entry : EnumTexts<E>::values)
+        cases.push_back(entry.first);
+    return cases;
+}
+
+// --- Records ----------------------------------------------------------------
+
+// What decoding does when a record's key is absent.
+enum class Absent {
+    fail,        // a required key: the decode fails
+    keepDefault, // the member keeps the value of a default-constructed record
+};
+
+template <class R, class M>
+struct Field {
+    const char *name;
+    M R::*member;
+    Absent absent;
+};
+
+template <class R, class M>
+constexpr Field<R, M> field(const char *name, M R::*member, Absent absent = Absent::fail)
+{
+    return Field<R, M>{name, member, absent};
+}
+
+template <class R>
+struct Fields; // specialise: static constexpr auto list = std::tuple{field(...), ...};
+
+template <class R>
+concept Record = requires { Fields<R>::list; };
+
+template <class T>
+struct Coding; // specialise for anything that is neither a record nor a stored enum
+
+template <class T>
+struct IsOptional : std::false_type {};
+template <class T>
+struct IsOptional<std::optional<T>> : std::true_type {};
+
+template <class T>
+QJsonValue encode(const T &value, KeyStyle style);
+template <class T>
+T decode(const QJsonValue &value, KeyStyle style);
+
+namespace detail {
+
+[[noreturn]] void typeMismatch(const char *expected, const QJsonValue &found);
+qint64 integerValue(const QJsonValue &value, qint64 min, qint64 max);
+double doubleValue(const QJsonValue &value);
+QJsonValue doubleJson(double value);
+
+template <class R, std::size_t... I>
+std::array<QString, sizeof...(I)> keysOf(KeyStyle style, std::index_sequence<I...>)
+{
+    const auto &list = Fields<R>::list;
+    return {(style == KeyStyle::snakeCase ? snakeCase(QString::fromLatin1(std::get<I>(list).name))
+                                          : QString::fromLatin1(std::get<I>(list).name))...};
+}
+
+template <class R>
+const auto &keys(KeyStyle style)
+{
+    constexpr auto count = std::tuple_size_v<std::decay_t<decltype(Fields<R>::list)>>;
+    static const auto snake = keysOf<R>(KeyStyle::snakeCase, std::make_index_sequence<count>{});
+    static const auto plain = keysOf<R>(KeyStyle::fieldNames, std::make_index_sequence<count>{});
+    return style == KeyStyle::snakeCase ? snake : plain;
+}
+
+template <class M>
+void encodeMember(QJsonObject &object, const QString &key, const M &value, KeyStyle style)
+{
+    if constexpr (IsOptional<M>::value) {
+        if (value)
+            object.insert(key, encode(*value, style));
+    } else {
+        object.insert(key, encode(value, style));
+    }
+}
+
+template <class M>
+void decodeMember(const QJsonObject &object, const QString &key, M &target, Absent absent, KeyStyle style)
+{
+    const auto found = object.constFind(key);
+    const bool missing = found == object.constEnd() || found->isUndefined();
+    if constexpr (IsOptional<M>::value) {
+        if (missing || found->isNull()) {
+            if (absent != Absent::keepDefault)
+                target.reset();
+            return;
+        }
+        try {
+            target = decode<typename M::value_type>(*found, style);
+        } catch (DecodingError &e) {
+            e.within(key);
+            throw;
+        }
+    } else {
+        if (missing) {
+            if (absent == Absent::keepDefault)
+                return;
+            DecodingError e(QStringLiteral("required key is missing"));
+            e.within(key);
+            throw e;
+        }
+        try {
+            target = decode<M>(*found, style);
+        } catch (DecodingError &e) {
+            e.within(key);
+            throw;
+        }
+    }
+}
+
+} // namespace detail
+
+template <Record R>
+struct Coding<R> {
+    static QJsonValue encode(const R &record, KeyStyle style)
+    {
+        QJsonObject object;
+        const auto &names = detail::keys<R>(style);
+        std::size_t i = 0;
+        std::apply([&](const auto &...f) { (detail::encodeMember(object, names[i++], record.*(f.member), style), ...); },
+                   Fields<R>::list);
+        return object;
+    }
+
+    static R decode(const QJsonValue &value, KeyStyle style)
+    {
+        if (!value.isObject())
+            detail::typeMismatch("an object", value);
+        const QJsonObject object = value.toObject();
+        const auto &names = detail::keys<R>(style);
+        R record{};
+        std::size_t i = 0;
+        std::apply([&](const auto &...f) {
+            (detail::decodeMember(object, names[i++], record.*(f.member), f.absent, style), ...);
+        },
+                   Fields<R>::list);
+        return record;
+    }
+};
+
+template <StoredEnum E>
+struct Coding<E> {
+    static QJsonValue encode(E value, KeyStyle) { return text(value); }
+    static E decode(const QJsonValue &value, KeyStyle)
+    {
+        if (!value.isString())
+            detail::typeMismatch("a string", value);
+        if (const auto v = fromText<E>(value.toString()))
+            return *v;
+        throw DecodingError(QStringLiteral("unknown value \"%1\"").arg(value.toString()));
+    }
+};
+
+template <>
+struct Coding<bool> {
+    static QJsonValue encode(bool value, KeyStyle) { return value; }
+    static bool decode(const QJsonValue &value, KeyStyle)
+    {
+        if (!value.isBool())
+            detail::typeMismatch("a boolean", value);
+        return value.toBool();
+    }
+};
+
+template <std::integral I>
+    requires(!std::same_as<I, bool>)
+struct Coding<I> {
+    static QJsonValue encode(I value, KeyStyle) { return QJsonValue(static_cast<qint64>(value)); }
+    static I decode(const QJsonValue &value, KeyStyle)
+    {
+        return static_cast<I>(detail::integerValue(value, std::numeric_limits<I>::min(),
+                                                   static_cast<qint64>(std::min<std::uint64_t>(
+                                                       std::numeric_limits<I>::max(),
+                                                       std::numeric_limits<qint64>::max()))));
+    }
+};
+
+template <>
+struct Coding<double> {
+    static QJsonValue encode(double value, KeyStyle) { return detail::doubleJson(value); }
+    static double decode(const QJsonValue &value, KeyStyle) { return detail::doubleValue(value); }
+};
+
+template <>
+struct Coding<QString> {
+    static QJsonValue encode(const QString &value, KeyStyle) { return value; }
+    static QString decode(const QJsonValue &value, KeyStyle)
+    {
+        if (!value.isString())
+            detail::typeMismatch("a string", value);
+        return value.toString();
+    }
+};
+
+// UUIDs are written in canonical upper-case text and read in either case.
+template <>
+struct Coding<QUuid> {
+    static QJsonValue encode(const QUuid &value, KeyStyle);
+    static QUuid decode(const QJsonValue &value, KeyStyle);
+};
+
+// A URL is its absolute, percent-encoded text.
+template <>
+struct Coding<QUrl> {
+    static QJsonValue encode(const QUrl &value, KeyStyle);
+    static QUrl decode(const QJsonValue &value, KeyStyle);
+};
+
+template <>
+struct Coding<QDateTime> {
+    static QJsonValue encode(const QDateTime &value, KeyStyle);
+    static QDateTime decode(const QJsonValue &value, KeyStyle);
+};
+
+template <class T>
+struct Coding<std::vector<T>> {
+    static QJsonValue encode(const std::vector<T> &values, KeyStyle style)
+    {
+        QJsonArray array;
+        for (const auto &v : values)
+            array.append(json::encode(v, style));
+        return array;
+    }
+    static std::vector<T> decode(const QJsonValue &value, KeyStyle style)
+    {
+        if (!value.isArray())
+            detail::typeMismatch("an array", value);
+        const QJsonArray array = value.toArray();
+        std::vector<T> result;
+        result.reserve(static_cast<std::size_t>(array.size()));
+        for (qsizetype i = 0; i < array.size(); ++i) {
+            try {
+                result.push_back(json::decode<T>(array.at(i), style));
+            } catch (DecodingError &e) {
+                e.within(QStringLiteral("[%1]").arg(i));
+                throw;
+            }
+        }
+        return result;
+    }
+};
+
+// Dictionaries keep their keys as they are under both coders: the keys are
+// data (clip identifiers, signal names), not field names.
+template <class T>
+struct Coding<std::map<QString, T>> {
+    static QJsonValue encode(const std::map<QString, T> &values, KeyStyle style)
+    {
+        QJsonObject object;
+        for (const auto &[k, v] : values)
+            object.insert(k, json::encode(v, style));
+        return object;
+    }
+    static std::map<QString, T> decode(const QJsonValue &value, KeyStyle style)
+    {
+        if (!value.isObject())
+            detail::typeMismatch("an object", value);
+        const QJsonObject object = value.toObject();
+        std::map<QString, T> result;
+        for (auto it = object.constBegin(); it != object.constEnd(); ++it) {
+            try {
+                result.emplace(it.key(), json::decode<T>(it.value(), style));
+            } catch (DecodingError &e) {
+                e.within(it.key());
+                throw;
+            }
+        }
+        return result;
+    }
+};
+
+template <class T>
+struct Coding<std::optional<T>> {
+    static QJsonValue encode(const std::optional<T> &value, KeyStyle style)
+    {
+        return value ? json::encode(*value, style) : QJsonValue(QJsonValue::Null);
+    }
+    static std::optional<T> decode(const QJsonValue &value, KeyStyle style)
+    {
+        if (value.isNull() || value.isUndefined())
+            return std::nullopt;
+        return json::decode<T>(value, style);
+    }
+};
+
+template <class T>
+QJsonValue encode(const T &value, KeyStyle style)
+{
+    return Coding<T>::encode(value, style);
+}
+
+template <class T>
+T decode(const QJsonValue &value, KeyStyle style)
+{
+    return Coding<T>::decode(value, style);
+}
+
+// Helpers for hand-written codings of records with unusual rules.
+template <class T>
+std::optional<T> decodeKey(const QJsonObject &object, const QString &key, KeyStyle style)
+{
+    const auto found = object.constFind(key);
+    if (found == object.constEnd() || found->isNull() || found->isUndefined())
+        return std::nullopt;
+    try {
+        return decode<T>(*found, style);
+    } catch (DecodingError &e) {
+        e.within(key);
+        throw;
+    }
+}
+
+} // namespace velum::json
+
+namespace velum {
+
+// Files are written whole or not at all: the new content goes to a temporary
+// file beside the target, which then replaces it. The folder must exist.
+// Throws FileWriteError.
+class FileWriteError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+void writeFileAtomically(const QString &path, const QByteArray &bytes);
+
+// The whole content of a regular file, or no value when it cannot be read.
+std::optional<QByteArray> readFile(const QString &path);
+
+// The two coders. `decode` throws json::DecodingError; `read` treats a file
+// that cannot be read or decoded as absent; `write` is atomic and throws.
+template <json::KeyStyle Style>
+struct Coder {
+    template <class T>
+    static QByteArray encode(const T &value)
+    {
+        return json::serialize(json::encode(value, Style));
+    }
+
+    template <class T>
+    static T decode(const QByteArray &bytes)
+    {
+        return json::decode<T>(json::parse(bytes), Style);
+    }
+
+    template <class T>
+    static std::optional<T> read(const QString &path) noexcept
+    {
+        try {
+            const auto bytes = readFile(path);
+            if (!bytes)
+                return std::nullopt;
+            return decode<T>(*bytes);
+        } catch (const std::exception &) {
+            return std::nullopt;
+        }
+    }
+
+    template <class T>
+    static void write(const T &value, const QString &path)
+    {
+        writeFileAtomically(path, encode(value));
+    }
+};
+
+using StageCoder = Coder<json::KeyStyle::snakeCase>;
+using StateCoder = Coder<json::KeyStyle::fieldNames>;
+
+} // namespace velum

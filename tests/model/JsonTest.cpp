@@ -1,0 +1,145 @@
+#include "model/Json.h"
+#include "model/Project.h"
+#include "support/TempDir.h"
+
+#include <gtest/gtest.h>
+
+#include <QFile>
+
+using namespace velum;
+using namespace velum::json;
+
+namespace {
+
+TEST(SnakeCase, FollowsWordBoundariesDigitsAndCapitalRuns)
+{
+    EXPECT_EQ(snakeCase(u"schemaVersion"), "schema_version");
+    EXPECT_EQ(snakeCase(u"durationS"), "duration_s");
+    EXPECT_EQ(snakeCase(u"removedMs"), "removed_ms");
+    EXPECT_EQ(snakeCase(u"beforeP10Ms"), "before_p10_ms");
+    EXPECT_EQ(snakeCase(u"afterP90Ms"), "after_p90_ms");
+    EXPECT_EQ(snakeCase(u"profileID"), "profile_id");
+    EXPECT_EQ(snakeCase(u"sourceURL"), "source_url");
+    EXPECT_EQ(snakeCase(u"URLValue"), "url_value");
+    EXPECT_EQ(snakeCase(u"clipId"), "clip_id");
+    EXPECT_EQ(snakeCase(u"id"), "id");
+}
+
+TEST(Serialize, PrettySortedUnescapedSlashesShortestNumbers)
+{
+    QJsonObject inner{{"b", 2}, {"a", QJsonArray{1, 0.1, 1e21, -0.5}}};
+    QJsonObject o{{"zeta", "a/b \"q\"\n"}, {"alpha", inner}, {"empty", QJsonArray{}}, {"obj", QJsonObject{}},
+                  {"n", QJsonValue::Null}, {"t", true}, {"big", QJsonValue(qint64(9007199254740993))}};
+    const QByteArray expected = "{\n"
+                                "  \"alpha\" : {\n"
+                                "    \"a\" : [\n"
+                                "      1,\n"
+                                "      0.1,\n"
+                                "      1e+21,\n"
+                                "      -0.5\n"
+                                "    ],\n"
+                                "    \"b\" : 2\n"
+                                "  },\n"
+                                "  \"big\" : 9007199254740993,\n"
+                                "  \"empty\" : [],\n"
+                                "  \"n\" : null,\n"
+                                "  \"obj\" : {},\n"
+                                "  \"t\" : true,\n"
+                                "  \"zeta\" : \"a/b \\\"q\\\"\\n\"\n"
+                                "}";
+    EXPECT_EQ(serialize(o), expected);
+}
+
+TEST(Serialize, DoublesReadBackBitForBit)
+{
+    for (double d : {0.1, 1.0 / 3.0, 29.97002997002997, 1e-300, 123456.789, 5e-324, -2.5e17}) {
+        const QByteArray text = serialize(QJsonArray{d});
+        const auto back = parse(text).toArray().at(0).toDouble();
+        EXPECT_EQ(back, d) << text.constData();
+    }
+    EXPECT_THROW(serialize(QJsonArray{std::numeric_limits<double>::quiet_NaN()}), EncodingError);
+}
+
+TEST(Parse, HostileTextThrowsInsteadOfCrashing)
+{
+    EXPECT_THROW(parse("{\"a\": 1"), DecodingError);
+    EXPECT_THROW(parse(QByteArray(200000, '[')), DecodingError);
+    EXPECT_THROW(parse("{\"a\":\"\xff\xfe\"}"), DecodingError);
+    EXPECT_THROW(parse("{\"a\":1e400}"), DecodingError);
+    EXPECT_THROW(parse(""), DecodingError);
+    EXPECT_THROW(parse("\"just a string\""), DecodingError);
+}
+
+TEST(Dates, WholeSecondsInUtcAndZoneOffsetsOnReading)
+{
+    const QDateTime t = QDateTime::fromMSecsSinceEpoch(1700000000123, Qt::UTC);
+    EXPECT_EQ(formatDate(t), "2023-11-14T22:13:20Z");
+    EXPECT_EQ(parseDate(u"2023-11-14T22:13:20Z"), QDateTime::fromSecsSinceEpoch(1700000000, Qt::UTC));
+    EXPECT_EQ(parseDate(u"2023-11-15T00:13:20+02:00"), QDateTime::fromSecsSinceEpoch(1700000000, Qt::UTC));
+    EXPECT_EQ(parseDate(u"2023-11-14T22:13:20.789Z"), QDateTime::fromSecsSinceEpoch(1700000000, Qt::UTC));
+    EXPECT_FALSE(parseDate(u"2023-11-14 22:13:20"));
+    EXPECT_FALSE(parseDate(u"2023-02-30T00:00:00Z"));
+    EXPECT_FALSE(parseDate(u"2023-11-14T22:13:20"));
+}
+
+TEST(Primitives, StrictTypesAndRanges)
+{
+    constexpr auto s = KeyStyle::snakeCase;
+    EXPECT_EQ(decode<int>(QJsonValue(3.0), s), 3);
+    EXPECT_THROW(decode<int>(QJsonValue(3.5), s), DecodingError);
+    EXPECT_THROW(decode<int>(QJsonValue(qint64(1) << 40), s), DecodingError);
+    EXPECT_THROW(decode<int>(QJsonValue("3"), s), DecodingError);
+    EXPECT_THROW(decode<bool>(QJsonValue(1), s), DecodingError);
+    EXPECT_EQ(decode<double>(QJsonValue(2), s), 2.0);
+    EXPECT_THROW(decode<QUuid>(QJsonValue("not-a-uuid"), s), DecodingError);
+    EXPECT_EQ(decode<QUuid>(QJsonValue("6ba7b810-9dad-11d1-80b4-00c04fd430c8"), s),
+              QUuid::fromString(u"{6BA7B810-9DAD-11D1-80B4-00C04FD430C8}"));
+    EXPECT_EQ(encode(QUuid::fromString(u"6ba7b810-9dad-11d1-80b4-00c04fd430c8"), s).toString(),
+              "6BA7B810-9DAD-11D1-80B4-00C04FD430C8");
+    EXPECT_EQ(encode(QUrl::fromLocalFile("/Volumes/Card 1/Día #2.mov"), s).toString(),
+              "file:///Volumes/Card%201/D%C3%ADa%20%232.mov");
+    EXPECT_THROW(decode<QUrl>(QJsonValue(""), s), DecodingError);
+    EXPECT_THROW(decode<CutReason>(QJsonValue("boredom"), s), DecodingError);
+    EXPECT_EQ(decode<CutReason>(QJsonValue("off_script"), s), CutReason::offScript);
+}
+
+TEST(DecodingErrors, NameTheLocation)
+{
+    const QByteArray doc = R"({"files":[{"id":"6BA7B810-9DAD-11D1-80B4-00C04FD430C8","url":"file:///a.mov",
+        "role":"a_roll","state":"ok","media":{"clipId":"x","durationS":"long"}}]})";
+    try {
+        StateCoder::decode<std::vector<ProjectFile>>(StateCoder::encode(std::vector<ProjectFile>{}));
+        (void)StateCoder::decode<Project>(doc);
+        FAIL() << "decoded a project without its required keys";
+    } catch (const DecodingError &e) {
+        EXPECT_EQ(e.path(), "id");
+    }
+    try {
+        (void)StateCoder::decode<std::map<QString, std::vector<ProjectFile>>>(R"({"k":)" + doc.mid(9, doc.size() - 10) + "}");
+        FAIL();
+    } catch (const DecodingError &e) {
+        EXPECT_EQ(e.path(), "k[0].media.durationS");
+        EXPECT_STREQ(e.what(), "k[0].media.durationS: expected a number, found a string");
+    }
+}
+
+TEST(Files, AtomicWriteReplacesWholeAndReadTreatsFailureAsAbsent)
+{
+    test::TempDir dir;
+    const QString path = dir.file("media.json");
+    ClipMedia media{.clipId = "abc", .durationS = 12.5, .fps = 25.0};
+    StageCoder::write(media, path);
+    EXPECT_EQ(StageCoder::read<ClipMedia>(path), media);
+    EXPECT_TRUE(test::readBytes(path).contains("\"duration_s\" : 12.5"));
+    // The state coder reads field names, so the stage document is not one.
+    EXPECT_FALSE(StateCoder::read<ClipMedia>(path));
+    EXPECT_FALSE(StageCoder::read<ClipMedia>(dir.file("missing.json")));
+    EXPECT_FALSE(StageCoder::read<ClipMedia>(dir.path()));
+    test::writeBytes(path, "{\"clip_id\": ");
+    EXPECT_FALSE(StageCoder::read<ClipMedia>(path));
+    EXPECT_THROW(StageCoder::write(media, dir.file("no/such/folder/x.json")), FileWriteError);
+    // Only the target file is left behind.
+    EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files), QStringList{"media.json"});
+}
+
+} // namespace
