@@ -1,5 +1,6 @@
 #include "model/ProjectWorkspace.h"
 
+#include "model/AccountPartition.h"
 #include "model/AppPaths.h"
 
 #include <QDir>
@@ -12,7 +13,7 @@ namespace velum {
 
 QString defaultStoreRoot()
 {
-    return AppPaths::base() + QStringLiteral("/accounts/_none");
+    return AccountPartition::storeRoot().toLocalFile();
 }
 
 WorkspaceError::WorkspaceError(const QString &path, const QString &reason)

@@ -48,9 +48,9 @@ inline constexpr std::array all{
 };
 } // namespace artifact
 
-// The store root while no account is active: base / "accounts" / "_none".
-// This stands in for the account partition's store root until accounts have
-// folders of their own; the account work replaces this function with it.
+// The store root of the account in use (AccountPartition::storeRoot()):
+// base / "accounts" / <account>, or base / "accounts" / "_none" while no
+// account is active.
 QString defaultStoreRoot();
 
 // A project's folder could not be made. The text is the file system's own.
