@@ -1,5 +1,8 @@
 #!/bin/sh
-# Installs what is missing, builds Velum and runs its main job.
+# Installs what is missing, builds Velum and runs its main job on the example
+# project: a small finished project made from scratch (synthetic footage with
+# synthesised speech, an external microphone track and the documents of a
+# finished job), opened for review exactly as the application opens it.
 set -eu
 cd "$(dirname "$0")/.."
 
@@ -10,5 +13,15 @@ cmake -S . -B "$BUILD" -G Ninja -DCMAKE_BUILD_TYPE=Release \
     -DVELUM_BUILD_TESTS=OFF -DVELUM_BUILD_BENCHMARKS=OFF >/dev/null
 cmake --build "$BUILD" --parallel "$(nproc 2>/dev/null || echo 2)"
 
-# The screens are not there yet: the main job runs through the headless tool.
-"$BUILD"/apps/velum-cli --help
+CLI="$BUILD/apps/velum-cli"
+OUT=${VELUM_EXAMPLE_DIR:-examples/out}
+PROJECT="$OUT/project"
+mkdir -p "$OUT"
+sh examples/make-example-project.sh --force "$PROJECT"
+
+# The screens are not there yet: the review model is built by the headless
+# tool. Notes on stored edits and the plan go to standard output.
+"$CLI" review "$PROJECT" --json "$OUT/review.json"
+
+words=$(grep -c '"clipIndex"' "$OUT/review.json" || true)
+echo "run: the review model of $PROJECT ($words words and tokens) is in $OUT/review.json"
