@@ -6,7 +6,10 @@
 #include <QDir>
 #include <QFileInfo>
 
+#include <algorithm>
 #include <cstdio>
+#include <thread>
+#include <vector>
 
 namespace velum {
 
@@ -23,6 +26,33 @@ bool fileExists(const QUrl &url)
 {
     const QString path = localPath(url);
     return !path.isEmpty() && QFileInfo::exists(path);
+}
+
+// Whether each URL's file exists. A large account has thousands of files,
+// often on external or network volumes where every check waits on the
+// device, so the checks are spread over a few threads.
+std::vector<char> filesExist(const std::vector<const QUrl *> &urls)
+{
+    std::vector<char> found(urls.size(), 0);
+    constexpr std::size_t perThreadMinimum = 256;
+    const std::size_t threads = std::clamp<std::size_t>(
+        std::min<std::size_t>(std::thread::hardware_concurrency(), urls.size() / perThreadMinimum), 1, 8);
+    const auto check = [&](std::size_t begin, std::size_t end) {
+        for (std::size_t i = begin; i < end; ++i)
+            found[i] = fileExists(*urls[i]) ? 1 : 0;
+    };
+    if (threads == 1) {
+        check(0, urls.size());
+        return found;
+    }
+    std::vector<std::thread> workers;
+    const std::size_t chunk = (urls.size() + threads - 1) / threads;
+    for (std::size_t t = 1; t < threads; ++t)
+        workers.emplace_back(check, std::min(urls.size(), t * chunk), std::min(urls.size(), (t + 1) * chunk));
+    check(0, std::min(urls.size(), chunk));
+    for (auto &worker : workers)
+        worker.join();
+    return found;
 }
 
 } // namespace
@@ -49,11 +79,18 @@ PersistedState StateStore::load(const QString &path)
 
 void StateStore::repair(PersistedState &state)
 {
+    std::vector<const QUrl *> urls;
     for (auto &project : state.projects) {
         if (project.status == ProjectStatus::processing)
             project.status = ProjectStatus::draft;
+        for (const auto &file : project.files)
+            urls.push_back(&file.url);
+    }
+    const std::vector<char> exists = filesExist(urls);
+    std::size_t next = 0;
+    for (auto &project : state.projects) {
         for (auto &file : project.files) {
-            if (!fileExists(file.url))
+            if (!exists[next++])
                 file.state = ProjectFileState::failed;
         }
     }
