@@ -117,6 +117,37 @@ TEST_F(StateStoreTest, DeletedFileIsFailedAndBlocksProcessing)
     EXPECT_FALSE(loaded.projects[0].canStartProcessing());
 }
 
+TEST_F(StateStoreTest, ManyFilesAreEachCheckedAgainstTheirOwnPath)
+{
+    // Enough files for the checks to be shared among threads.
+    const auto store = storeIn(m_store.path());
+    PersistedState state = PersistedState::fresh();
+    std::vector<QString> removed;
+    for (int p = 0; p < 30; ++p) {
+        std::vector<ProjectFile> files;
+        for (int f = 0; f < 20; ++f) {
+            const QString path = media(QString("p%1/f%2.mov").arg(p).arg(f));
+            files.push_back(fileAt(path));
+            if ((p * 20 + f) % 7 == 3)
+                removed.push_back(path);
+        }
+        state.projects.push_back(projectWith(std::move(files)));
+    }
+    store.save(state);
+    for (const auto &path : removed)
+        ASSERT_TRUE(QFile::remove(path));
+
+    const auto loaded = store.load();
+    ASSERT_EQ(loaded.projects.size(), 30u);
+    for (int p = 0; p < 30; ++p) {
+        for (int f = 0; f < 20; ++f) {
+            const bool gone = (p * 20 + f) % 7 == 3;
+            EXPECT_EQ(loaded.projects[p].files[f].state, gone ? ProjectFileState::failed : ProjectFileState::ok)
+                << p << "/" << f;
+        }
+    }
+}
+
 TEST_F(StateStoreTest, StyleVideosAreRequeuedOrFailed)
 {
     const auto store = storeIn(m_store.path());
