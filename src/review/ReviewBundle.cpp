@@ -150,7 +150,7 @@ std::optional<ReviewBundle> buildReviewBundle(const ReviewDocuments &d)
 
         std::vector<IndexRange> retakes;
         if (d.takes) {
-            for (const auto &cut : d.takes->cuts(clipId))
+            for (const auto &cut : d.takes->cutsFor(clipId))
                 retakes.push_back({cut.wordStart, cut.wordEnd});
         }
         const auto entries = Cutlist::entries(*clip, retakes, {}, d.cuts ? d.cuts->clip(clipId) : nullptr, seamS,
