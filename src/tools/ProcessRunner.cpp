@@ -71,6 +71,12 @@ QStringList ProcessRunner::standardExtraDirectories()
 
 std::optional<ProcessRunner::ResolvedTool> ProcessRunner::resolve(const QString &name) const
 {
+    return resolve(name, m_locations.extraDirectories);
+}
+
+std::optional<ProcessRunner::ResolvedTool> ProcessRunner::resolve(const QString &name,
+                                                                 const QStringList &extraDirectories) const
+{
     const std::optional<QString> bundledFolder =
         m_locations.bundledDirectory ? m_locations.bundledDirectory : BundledTools::directory();
     if (bundledFolder) {
@@ -80,7 +86,7 @@ std::optional<ProcessRunner::ResolvedTool> ProcessRunner::resolve(const QString 
 
     const QString searchPath = m_locations.searchPath ? *m_locations.searchPath : qEnvironmentVariable("PATH");
     QStringList folders = searchPath.split(QLatin1Char(':'), Qt::SkipEmptyParts);
-    folders += m_locations.extraDirectories;
+    folders += extraDirectories;
     for (const QString &folder : folders) {
         if (folder.isEmpty() || name.isEmpty())
             continue;

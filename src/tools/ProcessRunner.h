@@ -160,6 +160,8 @@ public:
     // (source `system`). A file that exists but is not executable is passed
     // over. No value when there is none; callers then raise toolNotFound.
     std::optional<ResolvedTool> resolve(const QString &name) const;
+    // The same with other extra folders in place of the runner's own.
+    std::optional<ResolvedTool> resolve(const QString &name, const QStringList &extraDirectories) const;
     // As resolve, but throws FailureError(ToolNotFound{name}) when absent.
     ResolvedTool require(const QString &name) const;
 
