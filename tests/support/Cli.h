@@ -18,4 +18,7 @@ QString velumCliPath();
 // Runs velum-cli with the arguments and waits for it (at most a minute).
 CliResult runVelumCli(const QStringList &arguments);
 
+// Runs a program of the build, given relative to <build>/apps/ ("velum").
+CliResult runBuiltProgram(const QString &name, const QStringList &arguments, int timeoutMs = 60000);
+
 } // namespace velum::test
