@@ -6,9 +6,9 @@
 // paragraphs are referred to by their index in the output's arrays.
 
 #include "Command.h"
+#include "ReviewModel.h"
 
 #include "review/Cutlist.h"
-#include "review/ReviewBundle.h"
 
 #include <QFileInfo>
 #include <QHash>
@@ -164,21 +164,16 @@ int runReview(const QStringList &arguments)
         return usageError(QStringLiteral("usage: velum-cli review PROJECT_DIR --json OUT"));
 
     try {
-        const auto bundle = ProcessPipeline::reviewBundle(folder);
-        if (!bundle) {
+        const auto model = loadReviewModel(folder);
+        if (!model) {
             std::fprintf(stderr, "velum-cli: nothing to review in %s\n", qUtf8Printable(folder));
             return exitFailure;
         }
-        Transcript transcript = bundle->transcript;
-        const auto applyNotes = bundle->edits.apply(transcript);
-        for (const auto &note : applyNotes)
-            std::fprintf(stdout, "%s\n", qUtf8Printable(note));
-        std::fflush(stdout);
-
-        std::vector<QString> notes = bundle->editNotes;
-        notes.insert(notes.end(), bundle->planNotes.begin(), bundle->planNotes.end());
-        notes.insert(notes.end(), applyNotes.begin(), applyNotes.end());
-        writeFileAtomically(out, json::serialize(reviewJson(*bundle, transcript, notes)));
+        const auto &bundle = model->bundle;
+        std::vector<QString> notes = bundle.editNotes;
+        notes.insert(notes.end(), bundle.planNotes.begin(), bundle.planNotes.end());
+        notes.insert(notes.end(), model->applyNotes.begin(), model->applyNotes.end());
+        writeFileAtomically(out, json::serialize(reviewJson(bundle, model->transcript, notes)));
     } catch (const std::exception &e) {
         std::fprintf(stderr, "velum-cli: %s\n", e.what());
         return exitFailure;
