@@ -117,6 +117,86 @@ private:
     std::vector<double> m_largestEndUpTo;    // over m_byStart[...i]
 };
 
+// Overlap totals per reason for one removed stretch.
+class ReasonTotals {
+public:
+    void add(const Run &run, double from, double to)
+    {
+        if (!run.reason)
+            return;
+        const double overlap = std::min(run.end, to) - std::max(run.start, from);
+        if (!(overlap > 0))
+            return;
+        const auto slot = static_cast<std::size_t>(std::find(byText.begin(), byText.end(), *run.reason) - byText.begin());
+        m_totals[slot] += overlap;
+        m_counted[slot] = true;
+    }
+
+    // The largest total; the first in text order among equals; silence
+    // when nothing overlapped.
+    CutReason dominant() const
+    {
+        std::optional<std::size_t> best;
+        for (std::size_t i = 0; i < byText.size(); ++i) {
+            if (m_counted[i] && (!best || m_totals[i] > m_totals[*best]))
+                best = i;
+        }
+        return best ? byText[*best] : CutReason::silence;
+    }
+
+private:
+    // The reasons in ascending order of their stored text.
+    static constexpr std::array byText{CutReason::filler,    CutReason::manual, CutReason::noise,
+                                       CutReason::offScript, CutReason::retake, CutReason::silence};
+    std::array<double, byText.size()> m_totals{};
+    std::array<bool, byText.size()> m_counted{};
+};
+
+// The removed runs of a clip indexed by start, so that the reason of each
+// removed stretch looks only at the runs near it. Totals are added in the
+// runs' own order, exactly as `dominantReason` adds them.
+class RemovedRuns {
+public:
+    explicit RemovedRuns(const std::vector<Run> &runs) : m_runs(runs)
+    {
+        for (std::size_t i = 0; i < runs.size(); ++i) {
+            // A run without comparable times never overlaps anything.
+            if (runs[i].reason && !std::isnan(runs[i].start) && !std::isnan(runs[i].end))
+                m_byStart.push_back(i);
+        }
+        std::stable_sort(m_byStart.begin(), m_byStart.end(),
+                         [&](std::size_t l, std::size_t r) { return runs[l].start < runs[r].start; });
+        m_largestEndUpTo.resize(m_byStart.size());
+        for (std::size_t i = 0; i < m_byStart.size(); ++i) {
+            const double end = runs[m_byStart[i]].end;
+            m_largestEndUpTo[i] = i > 0 ? std::max(end, m_largestEndUpTo[i - 1]) : end;
+        }
+    }
+
+    CutReason dominant(double from, double to) const
+    {
+        // Runs starting at or after `to` cannot overlap; of the others, walk
+        // back while any earlier run still ends after `from`.
+        const auto past = std::lower_bound(m_byStart.begin(), m_byStart.end(), to,
+                                           [&](std::size_t index, double t) { return m_runs[index].start < t; });
+        std::vector<std::size_t> overlapping;
+        for (auto i = static_cast<std::size_t>(past - m_byStart.begin()); i-- > 0 && m_largestEndUpTo[i] > from;) {
+            if (m_runs[m_byStart[i]].end > from)
+                overlapping.push_back(m_byStart[i]);
+        }
+        std::sort(overlapping.begin(), overlapping.end());
+        ReasonTotals totals;
+        for (std::size_t index : overlapping)
+            totals.add(m_runs[index], from, to);
+        return totals.dominant();
+    }
+
+private:
+    const std::vector<Run> &m_runs;
+    std::vector<std::size_t> m_byStart;     // indices of removed runs, by start
+    std::vector<double> m_largestEndUpTo;   // over m_byStart[...i]
+};
+
 } // namespace
 
 std::vector<ExportPlan::Segment> tile(const std::vector<Run> &runs, double durationS, double fps)
@@ -133,6 +213,7 @@ std::vector<ExportPlan::Segment> tile(const std::vector<Run> &runs, double durat
     const auto toSeconds = [&](qint64 frame) { return static_cast<double>(frame) * frameNum / frameDen; };
 
     const WordBackedCuts wordBackedCuts(runs);
+    const RemovedRuns removedRuns(runs);
 
     std::vector<FrameRange> frames;
     for (const auto &[s, e] : mergedKeptRuns(runs)) {
@@ -163,7 +244,7 @@ std::vector<ExportPlan::Segment> tile(const std::vector<Run> &runs, double durat
         const double start = toSeconds(from);
         const double end = toSeconds(to);
         segments.push_back({.sourceStart = start, .sourceEnd = end, .timelineStart = 0,
-                            .reason = dominantReason(start, end, runs)});
+                            .reason = removedRuns.dominant(start, end)});
     };
     qint64 cursor = 0;
     for (const auto &range : frames) {
@@ -180,28 +261,10 @@ std::vector<ExportPlan::Segment> tile(const std::vector<Run> &runs, double durat
 
 CutReason dominantReason(double from, double to, const std::vector<Run> &in)
 {
-    // Candidates in ascending order of their stored text, so that the first
-    // of equal totals wins.
-    static constexpr std::array byText{CutReason::filler, CutReason::manual,  CutReason::noise,
-                                       CutReason::offScript, CutReason::retake, CutReason::silence};
-    std::array<double, byText.size()> totals{};
-    std::array<bool, byText.size()> counted{};
-    for (const auto &run : in) {
-        if (!run.reason)
-            continue;
-        const double overlap = std::min(run.end, to) - std::max(run.start, from);
-        if (!(overlap > 0))
-            continue;
-        const auto slot = static_cast<std::size_t>(std::find(byText.begin(), byText.end(), *run.reason) - byText.begin());
-        totals[slot] += overlap;
-        counted[slot] = true;
-    }
-    std::optional<std::size_t> best;
-    for (std::size_t i = 0; i < byText.size(); ++i) {
-        if (counted[i] && (!best || totals[i] > totals[*best]))
-            best = i;
-    }
-    return best ? byText[*best] : CutReason::silence;
+    ReasonTotals totals;
+    for (const auto &run : in)
+        totals.add(run, from, to);
+    return totals.dominant();
 }
 
 void assignTimeline(ExportPlan &plan)

@@ -194,10 +194,19 @@ TEST(ExportPlanTile, AnyRunsGiveAGaplessTilingOfWholeFrames)
                 const int r = reasonIndex(random);
                 runs.push_back(r == 6 ? kept(t, end)
                                       : cut(t, end, reasons[static_cast<std::size_t>(r)], r % 2 == 0));
+                // Now and then a long cut reaching back over earlier runs.
+                if (runs.size() % 40 == 0)
+                    runs.push_back(cut(std::max(t - 3, 0.0), end, CutReason::noise));
                 t = end;
             }
             const auto segments = ExportPlanner::tile(runs, t, fps);
             expectTiling(segments, t, fps);
+            // Each removed segment's reason is the dominant one over all runs.
+            for (const auto &s : segments) {
+                if (!s.isKept()) {
+                    EXPECT_EQ(s.reason, ExportPlanner::dominantReason(s.sourceStart, s.sourceEnd, runs));
+                }
+            }
             // No kept frame lies wholly inside a word-backed cut.
             for (const auto &s : segments) {
                 if (!s.isKept())
