@@ -16,6 +16,7 @@
 
 #include <QCoroTask>
 #include <QString>
+#include <QStringView>
 #include <QUrl>
 
 #include <optional>
@@ -35,7 +36,7 @@ inline constexpr double shortestUsableDurationS = 0.2;
 // The head of a picture file that is decoded to judge it.
 inline constexpr double integritySampleS = 60;
 // Between the notes of one file.
-inline constexpr QLatin1StringView noteSeparator(" · ");
+inline constexpr QStringView noteSeparator(u" · ");
 
 // The ClipMedia of a probe: pictures' rate and size only when the file has
 // video, so that a file without pictures never carries a frame rate of 0.
