@@ -323,20 +323,14 @@ QCoro::Task<CutsWithIntegrity> detectCutsWithIntegrity(QUrl url, double threshol
     co_return result;
 }
 
-QCoro::Task<std::vector<Silence>> detectSilences(QUrl url, double noiseDB, double minDurationS, ProcessRunner runner,
-                                                 Cancellation cancellation)
+std::vector<Silence> silencesFromLog(QStringView log)
 {
     static constexpr QLatin1StringView startMarker("silence_start:");
     static constexpr QLatin1StringView endMarker("silence_end:");
 
-    const QUrl ffmpeg = requireFFmpeg(runner);
-    auto run = ProcessRunner::run(ffmpeg, silenceArguments(url.toLocalFile(), noiseDB, minDurationS), std::nullopt,
-                                  cancellation);
-    const ProcessRunner::Output output = co_await std::move(run);
-
     std::vector<Silence> silences;
     std::optional<double> pendingStart;
-    for (const auto line : linesOf(output.text)) {
+    for (const auto line : linesOf(log)) {
         if (const auto rest = after(line, startMarker)) {
             pendingStart = number(rest->trimmed());
         } else if (const auto rest = after(line, endMarker)) {
@@ -348,8 +342,17 @@ QCoro::Task<std::vector<Silence>> detectSilences(QUrl url, double noiseDB, doubl
             }
         }
     }
-    // A silence that runs to the end of the file never gets its end line.
-    co_return silences;
+    return silences;
+}
+
+QCoro::Task<std::vector<Silence>> detectSilences(QUrl url, double noiseDB, double minDurationS, ProcessRunner runner,
+                                                 Cancellation cancellation)
+{
+    const QUrl ffmpeg = requireFFmpeg(runner);
+    auto run = ProcessRunner::run(ffmpeg, silenceArguments(url.toLocalFile(), noiseDB, minDurationS), std::nullopt,
+                                  cancellation);
+    const ProcessRunner::Output output = co_await std::move(run);
+    co_return silencesFromLog(output.text);
 }
 
 QCoro::Task<std::vector<float>> motionEnvelope(QUrl url, ProcessRunner runner, Cancellation cancellation)

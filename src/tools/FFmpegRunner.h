@@ -203,6 +203,10 @@ std::vector<DetectedCut> peakPick(std::vector<ScoredTime> events, double minSepa
 CutsWithIntegrity cutsFromSceneScores(QStringView printed, double threshold, double minSeparationS,
                                       std::optional<double> durationS);
 
+// The intervals in silencedetect's log: each "silence_start:" that is
+// followed by a readable "silence_end:"; a start left open adds nothing.
+std::vector<Silence> silencesFromLog(QStringView log);
+
 // --- Running the tools ---------------------------------------------------------
 
 // ffprobe's location, or none.

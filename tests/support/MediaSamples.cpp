@@ -140,8 +140,8 @@ const MediaSamples &MediaSamples::get()
                       error)
             && damage(cleanTs, m.heavilyDamaged, 0.35, 0.30) && damage(cleanTs, m.lightlyDamaged, 0.50, 0.03)
             && writeAll(m.textNamedMp4, "These are my notes for the shoot, not a movie.\n")
-            && ffmpeg({"-f", "lavfi", "-i", "color=c=red:size=160x120:rate=25:duration=0.5",
-                       "-f", "lavfi", "-i", "color=c=blue:size=160x120:rate=25:duration=1.5",
+            && ffmpeg({"-f", "lavfi", "-i", "color=c=red:size=160x120:rate=25:duration=0.4",
+                       "-f", "lavfi", "-i", "color=c=blue:size=160x120:rate=25:duration=1.6",
                        "-f", "lavfi", "-i", "color=c=yellow:size=160x120:rate=25:duration=2",
                        "-f", "lavfi", "-i", "color=c=green:size=160x120:rate=25:duration=2",
                        "-f", "lavfi", "-i", "color=c=white:size=160x120:rate=25:duration=2",

@@ -43,7 +43,8 @@ public:
     QString lightlyDamaged;
     // A text file named like a movie.
     QString textNamedMp4;
-    // 8 s of flat colours at 25 fps that change at 0.5, 2, 4 and 6 s.
+    // 8 s of flat colours at 25 fps (200 frames) that change at 0.4, 2, 4
+    // and 6 s (frames 10, 50, 100 and 150).
     QString sceneCuts;
     // 5 s of sound: a tone until 1 s, silence to 2.5 s, a tone to 4 s, then
     // silence to the end.
