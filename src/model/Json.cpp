@@ -4,7 +4,6 @@
 #include <QFileInfo>
 #include <QJsonDocument>
 #include <QJsonParseError>
-#include <QRegularExpression>
 #include <QSaveFile>
 #include <QTimeZone>
 #include <QVariant>
@@ -57,11 +56,10 @@ QString snakeCase(QStringView key)
 
 namespace {
 
-void appendString(QByteArray &out, const QString &text)
+void appendEscaped(QByteArray &out, const char *data, qsizetype size)
 {
-    out.append('"');
-    const QByteArray utf8 = text.toUtf8();
-    for (const char ch : utf8) {
+    for (qsizetype i = 0; i < size; ++i) {
+        const char ch = data[i];
         const auto c = static_cast<unsigned char>(ch);
         switch (c) {
         case '"': out.append("\\\""); break;
@@ -80,6 +78,32 @@ void appendString(QByteArray &out, const QString &text)
                 out.append(ch);
             }
         }
+    }
+}
+
+void appendString(QByteArray &out, QStringView text)
+{
+    out.append('"');
+    // Most texts are plain ASCII: copy those without making a UTF-8 copy.
+    const bool ascii = std::all_of(text.begin(), text.end(), [](QChar c) { return c.unicode() < 0x80; });
+    if (ascii) {
+        const qsizetype start = out.size();
+        out.resize(start + text.size());
+        char *dst = out.data() + start;
+        for (qsizetype i = 0; i < text.size(); ++i)
+            dst[i] = static_cast<char>(text[i].unicode());
+        // Escape in place only when needed.
+        const bool plain = std::none_of(dst, dst + text.size(), [](char ch) {
+            return ch == '"' || ch == '\\' || static_cast<unsigned char>(ch) < 0x20;
+        });
+        if (!plain) {
+            const QByteArray raw(dst, text.size());
+            out.resize(start);
+            appendEscaped(out, raw.constData(), raw.size());
+        }
+    } else {
+        const QByteArray utf8 = text.toUtf8();
+        appendEscaped(out, utf8.constData(), utf8.size());
     }
     out.append('"');
 }
@@ -102,7 +126,13 @@ void appendNumber(QByteArray &out, const QJsonValue &value)
 
 void appendIndent(QByteArray &out, int depth)
 {
-    out.append(QByteArray(depth * 2, ' '));
+    static constexpr char spaces[] = "                                                                ";
+    qsizetype left = qsizetype(depth) * 2;
+    while (left > 0) {
+        const qsizetype n = std::min<qsizetype>(left, sizeof spaces - 1);
+        out.append(spaces, n);
+        left -= n;
+    }
 }
 
 void appendValue(QByteArray &out, const QJsonValue &value, int depth)
@@ -143,15 +173,16 @@ void appendValue(QByteArray &out, const QJsonValue &value, int depth)
             out.append("{}");
             break;
         }
-        QStringList keys = object.keys();
-        std::sort(keys.begin(), keys.end());
+        // Objects keep their keys in sorted order, so walking them in order
+        // writes sorted keys.
         out.append("{\n");
-        for (qsizetype i = 0; i < keys.size(); ++i) {
+        for (auto it = object.constBegin(); it != object.constEnd();) {
             appendIndent(out, depth + 1);
-            appendString(out, keys[i]);
+            appendString(out, it.key());
             out.append(" : ");
-            appendValue(out, object.value(keys[i]), depth + 1);
-            out.append(i + 1 < keys.size() ? ",\n" : "\n");
+            appendValue(out, it.value(), depth + 1);
+            ++it;
+            out.append(it != object.constEnd() ? ",\n" : "\n");
         }
         appendIndent(out, depth);
         out.append('}');
@@ -175,6 +206,92 @@ const char *kindName(const QJsonValue &value)
 }
 
 } // namespace
+
+void TextWriter::separator()
+{
+    if (m_counts.empty())
+        return;
+    m_out.append(m_counts.back() > 0 ? ",\n" : "\n");
+    ++m_counts.back();
+    appendIndent(m_out, static_cast<int>(m_counts.size()));
+}
+
+void TextWriter::beginObject()
+{
+    m_out.append('{');
+    m_counts.push_back(0);
+}
+
+void TextWriter::key(QStringView key)
+{
+    separator();
+    appendString(m_out, key);
+    m_out.append(" : ");
+}
+
+void TextWriter::endObject()
+{
+    const int count = m_counts.back();
+    m_counts.pop_back();
+    if (count > 0) {
+        m_out.append('\n');
+        appendIndent(m_out, static_cast<int>(m_counts.size()));
+    }
+    m_out.append('}');
+}
+
+void TextWriter::beginArray()
+{
+    m_out.append('[');
+    m_counts.push_back(0);
+}
+
+void TextWriter::element()
+{
+    separator();
+}
+
+void TextWriter::endArray()
+{
+    const int count = m_counts.back();
+    m_counts.pop_back();
+    if (count > 0) {
+        m_out.append('\n');
+        appendIndent(m_out, static_cast<int>(m_counts.size()));
+    }
+    m_out.append(']');
+}
+
+void TextWriter::string(QStringView text)
+{
+    appendString(m_out, text);
+}
+
+void TextWriter::integer(qint64 value)
+{
+    char buf[32];
+    const auto [end, ec] = std::to_chars(buf, buf + sizeof buf, value);
+    m_out.append(buf, end - buf);
+}
+
+void TextWriter::number(double value)
+{
+    if (!std::isfinite(value))
+        throw EncodingError("a number that is not finite cannot be written as JSON");
+    char buf[64];
+    const auto [end, ec] = std::to_chars(buf, buf + sizeof buf, value);
+    m_out.append(buf, end - buf);
+}
+
+void TextWriter::boolean(bool value)
+{
+    m_out.append(value ? "true" : "false");
+}
+
+void TextWriter::json(const QJsonValue &value)
+{
+    appendValue(m_out, value, static_cast<int>(m_counts.size()));
+}
 
 QByteArray serialize(const QJsonValue &value)
 {
@@ -205,25 +322,78 @@ QString formatDate(const QDateTime &date)
 
 std::optional<QDateTime> parseDate(QStringView text)
 {
-    static const QRegularExpression pattern(QStringLiteral(
-        R"(^(\d{4})-(\d{2})-(\d{2})T(\d{2}):(\d{2}):(\d{2})(?:[.,]\d+)?(Z|z|([+-])(\d{2}):?(\d{2}))$)"));
-    const auto match = pattern.match(text.toString());
-    if (!match.hasMatch())
+    // yyyy-MM-ddTHH:mm:ss, an optional fraction, then Z or an offset
+    // (+hh:mm or +hhmm).
+    qsizetype pos = 0;
+    const auto digits = [&](int count) -> std::optional<int> {
+        if (pos + count > text.size())
+            return std::nullopt;
+        int value = 0;
+        for (int i = 0; i < count; ++i) {
+            const char16_t c = text[pos + i].unicode();
+            if (c < u'0' || c > u'9')
+                return std::nullopt;
+            value = value * 10 + (c - u'0');
+        }
+        pos += count;
+        return value;
+    };
+    const auto literal = [&](char16_t expected) {
+        if (pos < text.size() && text[pos].unicode() == expected) {
+            ++pos;
+            return true;
+        }
+        return false;
+    };
+    const auto year = digits(4);
+    if (!year || !literal(u'-'))
         return std::nullopt;
-    const auto num = [&](int group) { return match.capturedView(group).toInt(); };
-    const QDate date(num(1), num(2), num(3));
-    const QTime time(num(4), num(5), num(6));
+    const auto month = digits(2);
+    if (!month || !literal(u'-'))
+        return std::nullopt;
+    const auto day = digits(2);
+    if (!day || !literal(u'T'))
+        return std::nullopt;
+    const auto hour = digits(2);
+    if (!hour || !literal(u':'))
+        return std::nullopt;
+    const auto minute = digits(2);
+    if (!minute || !literal(u':'))
+        return std::nullopt;
+    const auto second = digits(2);
+    if (!second)
+        return std::nullopt;
+    if (literal(u'.') || literal(u',')) {
+        const qsizetype fractionStart = pos;
+        while (pos < text.size() && text[pos].isDigit())
+            ++pos;
+        if (pos == fractionStart)
+            return std::nullopt;
+    }
+    int offset = 0;
+    if (literal(u'Z') || literal(u'z')) {
+        // UTC
+    } else if (pos < text.size() && (text[pos] == u'+' || text[pos] == u'-')) {
+        const int sign = text[pos] == u'-' ? -1 : 1;
+        ++pos;
+        const auto hours = digits(2);
+        if (!hours)
+            return std::nullopt;
+        literal(u':');
+        const auto minutes = digits(2);
+        if (!minutes || *hours > 23 || *minutes > 59)
+            return std::nullopt;
+        offset = sign * (*hours * 3600 + *minutes * 60);
+    } else {
+        return std::nullopt;
+    }
+    if (pos != text.size())
+        return std::nullopt;
+    const QDate date(*year, *month, *day);
+    const QTime time(*hour, *minute, *second);
     if (!date.isValid() || !time.isValid())
         return std::nullopt;
-    QDateTime result(date, time, Qt::UTC);
-    if (match.hasCaptured(8)) {
-        const int hours = num(9), minutes = num(10);
-        if (hours > 23 || minutes > 59)
-            return std::nullopt;
-        const int offset = (hours * 3600 + minutes * 60) * (match.capturedView(8) == u"-" ? -1 : 1);
-        result = result.addSecs(-offset);
-    }
-    return result;
+    return QDateTime(date, time, Qt::UTC).addSecs(-offset);
 }
 
 QDateTime nowWholeSeconds()
@@ -277,10 +447,17 @@ QUuid Coding<QUuid>::decode(const QJsonValue &value, KeyStyle)
 {
     if (!value.isString())
         detail::typeMismatch("a UUID string", value);
-    static const QRegularExpression pattern(QStringLiteral(
-        "^[0-9A-Fa-f]{8}-[0-9A-Fa-f]{4}-[0-9A-Fa-f]{4}-[0-9A-Fa-f]{4}-[0-9A-Fa-f]{12}$"));
+    // Only the canonical 8-4-4-4-12 form, in either case.
     const QString text = value.toString();
-    if (!pattern.match(text).hasMatch())
+    bool canonical = text.size() == 36;
+    for (qsizetype i = 0; canonical && i < text.size(); ++i) {
+        const char16_t c = text[i].unicode();
+        if (i == 8 || i == 13 || i == 18 || i == 23)
+            canonical = c == u'-';
+        else
+            canonical = (c >= u'0' && c <= u'9') || (c >= u'a' && c <= u'f') || (c >= u'A' && c <= u'F');
+    }
+    if (!canonical)
         throw DecodingError(QStringLiteral("\"%1\" is not a UUID").arg(text));
     return QUuid::fromString(text);
 }

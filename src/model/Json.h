@@ -25,6 +25,7 @@
 #include <QUrl>
 #include <QUuid>
 
+#include <algorithm>
 #include <array>
 #include <concepts>
 #include <cstdint>
@@ -234,6 +235,7 @@ void decodeMember(const QJsonObject &object, const QString &key, M &target, Abse
 
 template <Record R>
 struct Coding<R> {
+    using generic = void;
     static QJsonValue encode(const R &record, KeyStyle style)
     {
         QJsonObject object;
@@ -262,6 +264,7 @@ struct Coding<R> {
 
 template <StoredEnum E>
 struct Coding<E> {
+    using generic = void;
     static QJsonValue encode(E value, KeyStyle) { return text(value); }
     static E decode(const QJsonValue &value, KeyStyle)
     {
@@ -336,6 +339,7 @@ struct Coding<QDateTime> {
 
 template <class T>
 struct Coding<std::vector<T>> {
+    using generic = void;
     static QJsonValue encode(const std::vector<T> &values, KeyStyle style)
     {
         QJsonArray array;
@@ -366,6 +370,7 @@ struct Coding<std::vector<T>> {
 // data (clip identifiers, signal names), not field names.
 template <class T>
 struct Coding<std::map<QString, T>> {
+    using generic = void;
     static QJsonValue encode(const std::map<QString, T> &values, KeyStyle style)
     {
         QJsonObject object;
@@ -393,6 +398,7 @@ struct Coding<std::map<QString, T>> {
 
 template <class T>
 struct Coding<std::optional<T>> {
+    using generic = void;
     static QJsonValue encode(const std::optional<T> &value, KeyStyle style)
     {
         return value ? json::encode(*value, style) : QJsonValue(QJsonValue::Null);
@@ -432,6 +438,134 @@ std::optional<T> decodeKey(const QJsonObject &object, const QString &key, KeySty
     }
 }
 
+
+// --- Writing text straight from values ---------------------------------------
+//
+// The same layout as serialize(), without building a QJsonValue tree first:
+// records write their fields in sorted key order straight from their field
+// lists. Values with a hand-written coding go through their QJsonValue form.
+
+class TextWriter {
+public:
+    explicit TextWriter(QByteArray &out) : m_out(out) {}
+
+    void beginObject();
+    void key(QStringView key);
+    void endObject();
+    void beginArray();
+    void element();
+    void endArray();
+
+    void string(QStringView text);
+    void integer(qint64 value);
+    void number(double value); // throws EncodingError when not finite
+    void boolean(bool value);
+    // A value of a hand-written coding, at the current depth.
+    void json(const QJsonValue &value);
+
+private:
+    void separator();
+    QByteArray &m_out;
+    std::vector<int> m_counts; // entries written in each open container
+};
+
+template <class T>
+void write(TextWriter &writer, const T &value, KeyStyle style);
+
+namespace detail {
+
+template <class R, std::size_t I>
+void writeFieldAt(TextWriter &writer, const R &record, KeyStyle style, const QString &key)
+{
+    const auto &member = record.*(std::get<I>(Fields<R>::list).member);
+    if constexpr (IsOptional<std::decay_t<decltype(member)>>::value) {
+        if (!member)
+            return;
+        writer.key(key);
+        json::write(writer, *member, style);
+    } else {
+        writer.key(key);
+        json::write(writer, member, style);
+    }
+}
+
+template <class R>
+using FieldWriter = void (*)(TextWriter &, const R &, KeyStyle, const QString &);
+
+template <class R, std::size_t... I>
+constexpr std::array<FieldWriter<R>, sizeof...(I)> fieldWriters(std::index_sequence<I...>)
+{
+    return {&writeFieldAt<R, I>...};
+}
+
+// The field indices of a record in the order of their keys.
+template <class R>
+const auto &sortedFieldOrder(KeyStyle style)
+{
+    constexpr auto count = std::tuple_size_v<std::decay_t<decltype(Fields<R>::list)>>;
+    const auto make = [](KeyStyle s) {
+        const auto &names = keys<R>(s);
+        std::array<std::size_t, count> order{};
+        for (std::size_t i = 0; i < count; ++i)
+            order[i] = i;
+        std::sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) { return names[a] < names[b]; });
+        return order;
+    };
+    static const auto snake = make(KeyStyle::snakeCase);
+    static const auto plain = make(KeyStyle::fieldNames);
+    return style == KeyStyle::snakeCase ? snake : plain;
+}
+
+} // namespace detail
+
+template <class T>
+void write(TextWriter &writer, const T &value, KeyStyle style)
+{
+    if constexpr (std::is_same_v<T, bool>) {
+        writer.boolean(value);
+    } else if constexpr (std::is_integral_v<T>) {
+        writer.integer(static_cast<qint64>(value));
+    } else if constexpr (std::is_same_v<T, double>) {
+        writer.number(value);
+    } else if constexpr (std::is_same_v<T, QString>) {
+        writer.string(value);
+    } else if constexpr (std::is_same_v<T, QUuid> || std::is_same_v<T, QUrl> || std::is_same_v<T, QDateTime>) {
+        writer.string(Coding<T>::encode(value, style).toString());
+    } else if constexpr (IsOptional<T>::value) {
+        if (value)
+            json::write(writer, *value, style);
+        else
+            writer.json(QJsonValue(QJsonValue::Null));
+    } else if constexpr (StoredEnum<T> && requires { typename Coding<T>::generic; }) {
+        writer.string(text(value));
+    } else if constexpr (Record<T> && requires { typename Coding<T>::generic; }) {
+        constexpr auto count = std::tuple_size_v<std::decay_t<decltype(Fields<T>::list)>>;
+        static constexpr auto writers = detail::fieldWriters<T>(std::make_index_sequence<count>{});
+        const auto &names = detail::keys<T>(style);
+        writer.beginObject();
+        for (const std::size_t i : detail::sortedFieldOrder<T>(style))
+            writers[i](writer, value, style, names[i]);
+        writer.endObject();
+    } else if constexpr (requires { typename Coding<T>::generic; typename T::value_type; typename T::allocator_type; }
+                         && !requires { typename T::key_type; }) {
+        writer.beginArray();
+        for (const auto &element : value) {
+            writer.element();
+            json::write(writer, element, style);
+        }
+        writer.endArray();
+    } else if constexpr (requires { typename Coding<T>::generic; typename T::key_type; typename T::mapped_type; }) {
+        writer.beginObject();
+        for (const auto &[k, v] : value) {
+            writer.key(k);
+            json::write(writer, v, style);
+        }
+        writer.endObject();
+    } else {
+        writer.json(Coding<T>::encode(value, style));
+    }
+}
+
 } // namespace velum::json
 
 namespace velum {
@@ -455,7 +589,10 @@ struct Coder {
     template <class T>
     static QByteArray encode(const T &value)
     {
-        return json::serialize(json::encode(value, Style));
+        QByteArray out;
+        json::TextWriter writer(out);
+        json::write(writer, value, Style);
+        return out;
     }
 
     template <class T>

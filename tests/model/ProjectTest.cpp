@@ -66,6 +66,15 @@ TEST(ProjectCoding, RoundTripsUnderBothCodersWithTheirOwnKeys)
     const QByteArray stage = StageCoder::encode(project);
     EXPECT_EQ(StateCoder::decode<Project>(state), project);
     EXPECT_EQ(StageCoder::decode<Project>(stage), project);
+    // Records are written straight to text; the result is the same as going
+    // through the JSON tree, hand-written codings (the pause) included.
+    EXPECT_EQ(state, json::serialize(json::encode(project, json::KeyStyle::fieldNames)));
+    EXPECT_EQ(stage, json::serialize(json::encode(project, json::KeyStyle::snakeCase)));
+    const std::vector<Project> none;
+    EXPECT_EQ(StateCoder::encode(none), "[]");
+    const std::map<QString, std::vector<std::optional<CutReason>>> reasons{
+        {"b\"/", {CutReason::filler, std::nullopt}}, {"a", {}}};
+    EXPECT_EQ(StateCoder::encode(reasons), json::serialize(json::encode(reasons, json::KeyStyle::fieldNames)));
 
     EXPECT_TRUE(state.contains("\"thumbnailSeed\" : -4242424242"));
     EXPECT_TRUE(state.contains("\"clipId\""));
