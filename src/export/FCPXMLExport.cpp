@@ -1,0 +1,49 @@
+#include "export/FCPXMLExport.h"
+
+#include "export/FCPXMLWriter.h"
+#include "model/Json.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QStringDecoder>
+
+namespace velum::ProcessPipeline {
+
+namespace {
+
+// The file's text when it reads back whole as UTF-8, otherwise empty.
+QString readBack(const QString &path)
+{
+    const auto bytes = readFile(path);
+    if (!bytes)
+        return QString();
+    QStringDecoder decoder(QStringDecoder::Utf8);
+    QString text = decoder.decode(*bytes);
+    if (decoder.hasError())
+        return QString();
+    return text;
+}
+
+} // namespace
+
+ExportResult write(const ExportPlan &plan, const QUrl &destination)
+{
+    if (!destination.isLocalFile())
+        throw FileWriteError(QStringLiteral("cannot write the timeline to %1: not a local file")
+                                 .arg(destination.toDisplayString())
+                                 .toStdString());
+    const QString path = QFileInfo(destination.toLocalFile()).absoluteFilePath();
+    const QString folder = QFileInfo(path).absolutePath();
+    if (!QDir().mkpath(folder))
+        throw FileWriteError(QStringLiteral("cannot create the folder %1").arg(folder).toStdString());
+
+    FCPXMLWriter::document(plan).write(QUrl::fromLocalFile(path));
+
+    ExportResult result;
+    result.url = QUrl::fromLocalFile(path);
+    result.report = FCPXMLValidation::validate(readBack(path), plan);
+    result.plan = plan;
+    return result;
+}
+
+} // namespace velum::ProcessPipeline
