@@ -22,13 +22,8 @@
 // the shortest form that reads back as the same double.
 
 #include "Command.h"
-#include "ReviewModel.h"
+#include "ProjectPlan.h"
 
-#include "export/ExportPlanner.h"
-#include "stages/StageDocuments.h"
-
-#include <QDir>
-#include <QFileInfo>
 #include <QJsonObject>
 
 #include <cstdio>
@@ -48,12 +43,6 @@ QJsonObject planJson(const ExportPlan &plan)
         root.insert(QLatin1String("dominantVideoSize"),
                     QJsonObject{{QLatin1String("width"), size->width()}, {QLatin1String("height"), size->height()}});
     return root;
-}
-
-// The last component of the folder's path, "." and ".." resolved.
-QString folderName(const QString &folder)
-{
-    return QFileInfo(QDir::cleanPath(QDir(folder).absolutePath())).fileName();
 }
 
 int runPlan(const QStringList &arguments)
@@ -86,18 +75,12 @@ int runPlan(const QStringList &arguments)
         return usageError(QStringLiteral("usage: velum-cli plan PROJECT_DIR --json OUT [--name NAME] [--kept-only]"));
 
     try {
-        const auto model = loadReviewModel(folder);
-        const auto probe = model ? StageDocuments::loadC0Probe(folder) : std::nullopt;
-        if (!model || !probe) {
+        const auto plan = planProject(folder, name, keptOnly);
+        if (!plan) {
             std::fprintf(stderr, "velum-cli: nothing to plan in %s\n", qUtf8Printable(folder));
             return exitFailure;
         }
-        const auto sync = StageDocuments::loadC05Sync(folder);
-        ExportPlan plan = ExportPlanner::plan(name.value_or(folderName(folder)), model->transcript,
-                                              model->bundle.media, *probe, sync);
-        if (keptOnly)
-            plan = plan.keptOnly();
-        writeFileAtomically(out, json::serialize(planJson(plan)));
+        writeFileAtomically(out, json::serialize(planJson(*plan)));
     } catch (const std::exception &e) {
         std::fprintf(stderr, "velum-cli: %s\n", e.what());
         return exitFailure;
