@@ -1,8 +1,8 @@
 #include "tools/ContentHash.h"
 
 #include "tools/DetachedTask.h"
+#include "tools/Sha256.h"
 
-#include <QCryptographicHash>
 #include <QFile>
 
 namespace velum::ContentHash {
@@ -28,7 +28,7 @@ QString videoIDBlocking(const QUrl &url, const Cancellation &cancellation)
     if (!file.open(QIODevice::ReadOnly))
         fail(path, file.errorString());
 
-    QCryptographicHash hash(QCryptographicHash::Sha256);
+    Sha256 hash;
     QByteArray chunk(chunkSize, Qt::Uninitialized);
     for (;;) {
         cancellation.throwIfCancelled();
