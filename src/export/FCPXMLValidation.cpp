@@ -83,36 +83,42 @@ constexpr qsizetype dtdErrorLength = 400;
 
 // --- Reading attributes ------------------------------------------------------------
 
+// An attribute in one lookup. (QDomElement's own lookup is not const, though
+// it changes nothing; a copy of the handle shares the element.)
+QDomAttr attributeNode(const QDomElement &element, const QString &name)
+{
+    return QDomElement(element).attributeNode(name);
+}
+
 std::optional<QString> attribute(const QDomElement &element, const QString &name)
 {
-    if (!element.hasAttribute(name))
+    const QDomAttr node = attributeNode(element, name);
+    if (node.isNull())
         return std::nullopt;
-    return element.attribute(name);
+    return node.value();
 }
 
 // A time attribute in seconds; absent or unparsable reads as 0.
-double seconds(const QDomElement &element, const QString &name)
-{
-    if (!element.hasAttribute(name))
-        return 0;
-    const auto time = FCPXMLTime::parse(element.attribute(name));
-    return time ? static_cast<double>(time->value) / static_cast<double>(time->timescale) : 0;
-}
-
 std::optional<double> parsedSeconds(const QDomElement &element, const QString &name)
 {
-    if (!element.hasAttribute(name))
+    const QDomAttr node = attributeNode(element, name);
+    if (node.isNull())
         return std::nullopt;
-    const auto time = FCPXMLTime::parse(element.attribute(name));
+    const auto time = FCPXMLTime::parse(node.value());
     if (!time)
         return std::nullopt;
     return static_cast<double>(time->value) / static_cast<double>(time->timescale);
 }
 
+double seconds(const QDomElement &element, const QString &name)
+{
+    return parsedSeconds(element, name).value_or(0);
+}
+
 // A clip's label: its name, or "?" without one.
 QString label(const QDomElement &element)
 {
-    return element.hasAttribute(kName) ? element.attribute(kName) : QStringLiteral("?");
+    return attribute(element, kName).value_or(QStringLiteral("?"));
 }
 
 QString fixed3(double value)
@@ -123,21 +129,17 @@ QString fixed3(double value)
 // The lane of an element, 0 when it has none or it is not an integer.
 int laneOf(const QDomElement &element)
 {
-    if (!element.hasAttribute(kLane))
+    const QDomAttr node = attributeNode(element, kLane);
+    if (node.isNull())
         return 0;
     bool ok = false;
-    const int lane = element.attribute(kLane).toInt(&ok);
+    const int lane = node.value().toInt(&ok);
     return ok ? lane : 0;
 }
 
 bool isDisabled(const QDomElement &element)
 {
     return element.attribute(kEnabled) == kZero;
-}
-
-QDomElement parentElement(const QDomElement &element)
-{
-    return element.parentNode().toElement();
 }
 
 // The first five texts joined.
@@ -206,41 +208,72 @@ double planFrameSeconds(const ExportPlan &plan)
 
 // --- The document's index ------------------------------------------------------
 
-// The flattened elements with their identifiers, built once per run.
+// The flattened elements with what every check asks of them (name, parent,
+// media demand, identifier), read from the tree once per run.
 struct Index {
     const std::vector<QDomElement> &elements;
-    QHash<QString, QDomElement> byId;
+    std::vector<QString> tags;
+    // The position of each element's parent in `elements`; -1 when the
+    // parent is not in the list (the root's).
+    std::vector<int> parents;
+    std::vector<std::optional<MediaDemand>> demands;
+    QHash<QString, int> byId; // the first element of each id
 
     explicit Index(const std::vector<QDomElement> &all) : elements(all)
     {
-        byId.reserve(static_cast<qsizetype>(all.size() / 4 + 1));
-        for (const auto &element : all) {
-            if (element.hasAttribute(kId)) {
-                const QString id = element.attribute(kId);
-                if (!byId.contains(id))
-                    byId.insert(id, element);
-            }
+        const std::size_t n = all.size();
+        tags.reserve(n);
+        parents.reserve(n);
+        demands.reserve(n);
+        byId.reserve(static_cast<qsizetype>(n / 4 + 1));
+        // The list is in document order, parents first: an element's parent
+        // is on the stack of its open ancestors.
+        std::vector<int> open;
+        for (std::size_t i = 0; i < n; ++i) {
+            const QDomElement &element = all[i];
+            const QDomNode parent = element.parentNode();
+            while (!open.empty() && all[static_cast<std::size_t>(open.back())] != parent)
+                open.pop_back();
+            parents.push_back(open.empty() ? -1 : open.back());
+            open.push_back(static_cast<int>(i));
+
+            tags.push_back(element.tagName());
+            demands.push_back(mediaDemand(element));
+        }
+        // Backwards, so that the first element of each id is the one kept.
+        for (std::size_t i = n; i-- > 0;) {
+            const QDomAttr id = attributeNode(all[i], kId);
+            if (!id.isNull())
+                byId.insert(id.value(), static_cast<int>(i));
         }
     }
 
-    QDomElement find(const QString &id) const { return byId.value(id); }
+    std::size_t size() const { return elements.size(); }
+    const QString &tag(std::size_t i) const { return tags[i]; }
 
-    // The element a reference names when it has that element name.
-    QDomElement resolved(const QDomElement &element, const QString &attributeName, const QString &kind) const
+    // The position of the element with an id; -1 when none has it.
+    int find(const QString &id) const { return byId.value(id, -1); }
+
+    // The position of the element a reference names when it has that
+    // element name; -1 otherwise.
+    int resolved(std::size_t i, const QString &attributeName, const QString &kind) const
     {
-        if (!element.hasAttribute(attributeName))
-            return {};
-        const QDomElement target = find(element.attribute(attributeName));
-        return !target.isNull() && target.tagName() == kind ? target : QDomElement();
+        const QDomAttr reference = attributeNode(elements[i], attributeName);
+        if (reference.isNull())
+            return -1;
+        const int target = find(reference.value());
+        return target >= 0 && tags[static_cast<std::size_t>(target)] == kind ? target : -1;
     }
 
-    QDomElement first(const QString &name) const
+    QDomElement element(int i) const { return i < 0 ? QDomElement() : elements[static_cast<std::size_t>(i)]; }
+
+    int first(const QString &name) const
     {
-        for (const auto &element : elements) {
-            if (element.tagName() == name)
-                return element;
+        for (std::size_t i = 0; i < tags.size(); ++i) {
+            if (tags[i] == name)
+                return static_cast<int>(i);
         }
-        return {};
+        return -1;
     }
 };
 
@@ -253,9 +286,10 @@ std::vector<Check> referenceChecks(const Index &index)
     QStringList wrongKinds;
     int kindChecked = 0;
 
-    for (const auto &element : index.elements) {
-        if (element.hasAttribute(kId))
-            ids.insert(element.attribute(kId));
+    for (std::size_t i = 0; i < index.size(); ++i) {
+        const QDomElement &element = index.elements[i];
+        if (const auto id = attribute(element, kId))
+            ids.insert(*id);
         const auto format = attribute(element, kFormat);
         const auto ref = attribute(element, kRef);
         if (format)
@@ -265,15 +299,16 @@ std::vector<Check> referenceChecks(const Index &index)
 
         const auto kindOf = [&](const QString &attributeName, const QString &value, const QString &wanted) {
             ++kindChecked;
-            const QDomElement target = index.find(value);
-            const QString targetName = target.isNull() ? QStringLiteral("missing") : target.tagName();
+            const int target = index.find(value);
+            const QString targetName =
+                target < 0 ? QStringLiteral("missing") : index.tag(static_cast<std::size_t>(target));
             if (targetName != wanted)
-                wrongKinds.push_back(element.tagName() + QLatin1Char('@') + attributeName + QLatin1Char('=') + value
+                wrongKinds.push_back(index.tag(i) + QLatin1Char('@') + attributeName + QLatin1Char('=') + value
                                      + QStringLiteral(" → <") + targetName + QLatin1Char('>'));
         };
         if (format)
             kindOf(kFormat, *format, kFormat);
-        if (ref && mediaDemand(element))
+        if (ref && index.demands[i])
             kindOf(kRef, *ref, kAsset);
     }
 
@@ -306,15 +341,16 @@ std::vector<Check> referenceChecks(const Index &index)
 
 Check sequenceFormatCheck(const Index &index)
 {
-    const QDomElement sequence = index.first(kSequence);
+    const QDomElement sequence = index.element(index.first(kSequence));
     if (sequence.isNull())
         return Check{sequenceFormatName, false, QStringLiteral("no sequence")};
-    const QString id = sequence.attribute(kFormat);
-    const QDomElement format = sequence.hasAttribute(kFormat) ? index.find(id) : QDomElement();
-    if (format.isNull() || format.tagName() != kFormat)
+    const auto id = attribute(sequence, kFormat);
+    const int target = id ? index.find(*id) : -1;
+    const QString targetName = target < 0 ? QStringLiteral("missing") : index.tag(static_cast<std::size_t>(target));
+    if (targetName != kFormat)
         return Check{sequenceFormatName, false,
-                     id + QStringLiteral(" is <") + (format.isNull() ? QStringLiteral("missing") : format.tagName())
-                         + QStringLiteral(">, not a <format>")};
+                     id.value_or(QString()) + QStringLiteral(" is <") + targetName + QStringLiteral(">, not a <format>")};
+    const QDomElement format = index.element(target);
     QStringList missing;
     for (const QString &needed : {kFrameDuration, QStringLiteral("width"), QStringLiteral("height")}) {
         if (!format.hasAttribute(needed))
@@ -322,17 +358,18 @@ Check sequenceFormatCheck(const Index &index)
     }
     if (!missing.isEmpty())
         return Check{sequenceFormatName, false,
-                     QStringLiteral("format ") + id + QStringLiteral(" is missing ") + missing.join(kComma)};
-    return Check{sequenceFormatName, true, id + QStringLiteral(" = ") + format.attribute(kName)};
+                     QStringLiteral("format ") + *id + QStringLiteral(" is missing ") + missing.join(kComma)};
+    return Check{sequenceFormatName, true, *id + QStringLiteral(" = ") + format.attribute(kName)};
 }
 
 Check relinkCheck(const Index &index)
 {
     int assets = 0;
     QStringList failures;
-    for (const auto &element : index.elements) {
-        if (element.tagName() != kAsset)
+    for (std::size_t i = 0; i < index.size(); ++i) {
+        if (index.tag(i) != kAsset)
             continue;
+        const QDomElement &element = index.elements[i];
         ++assets;
         const QString name = label(element);
         const QDomElement rep = originalMediaRep(element);
@@ -342,7 +379,7 @@ Check relinkCheck(const Index &index)
         }
         const QString src = rep.attribute(kSrc);
         const QUrl url(src, QUrl::StrictMode);
-        if (!rep.hasAttribute(kSrc) || src.isEmpty() || !url.isValid()) {
+        if (src.isEmpty() || !url.isValid()) {
             failures.push_back(name + QStringLiteral(": src missing or unparseable"));
             continue;
         }
@@ -362,17 +399,19 @@ Check mediaDemandCheck(const Index &index)
 {
     int users = 0;
     QStringList failures;
-    for (const auto &element : index.elements) {
-        const auto demand = mediaDemand(element);
+    for (std::size_t i = 0; i < index.size(); ++i) {
+        const auto &demand = index.demands[i];
         if (!demand)
             continue;
-        const QDomElement asset = index.resolved(element, kRef, kAsset);
-        if (asset.isNull())
+        const int assetAt = index.resolved(i, kRef, kAsset);
+        if (assetAt < 0)
             continue;
+        const QDomElement &element = index.elements[i];
+        const QDomElement asset = index.element(assetAt);
         ++users;
         const bool hasVideo = asset.attribute(kHasVideo) == kOne;
         const bool hasAudio = asset.attribute(kHasAudio) == kOne;
-        const QString clip = QLatin1Char('<') + element.tagName() + QStringLiteral("> ") + label(element);
+        const QString clip = QLatin1Char('<') + index.tag(i) + QStringLiteral("> ") + label(element);
         const QString assetName = label(asset);
         if (demand->video && !hasVideo)
             failures.push_back(clip + QStringLiteral(" needs video, ") + assetName + QStringLiteral(" has none"));
@@ -381,12 +420,12 @@ Check mediaDemandCheck(const Index &index)
 
         // An audio-only clip on a lane takes its host's video format unless
         // it names one without a frame rate of its own.
-        const bool onLane = element.hasAttribute(kLane) && element.attribute(kLane).trimmed() != kZero;
-        if (element.tagName() == kAssetClip && onLane && !hasVideo) {
-            const QDomElement format = index.resolved(element, kFormat, kFormat);
+        const auto lane = attribute(element, kLane);
+        const bool onLane = lane && lane->trimmed() != kZero;
+        if (index.tag(i) == kAssetClip && onLane && !hasVideo) {
+            const QDomElement format = index.element(index.resolved(i, kFormat, kFormat));
             if (format.isNull() || format.hasAttribute(kFrameDuration)) {
-                const QString named =
-                    element.hasAttribute(kFormat) ? element.attribute(kFormat) : QStringLiteral("no format attribute");
+                const QString named = attribute(element, kFormat).value_or(QStringLiteral("no format attribute"));
                 failures.push_back(clip + QStringLiteral(" is audio-only but inherits or names a video format ")
                                    + QLatin1Char('(') + named + QStringLiteral(") — it needs its own ")
                                    + QStringLiteral("FFVideoFormatRateUndefined") + QStringLiteral(" format"));
@@ -401,14 +440,15 @@ Check rangesCheck(const Index &index)
 {
     int ranges = 0;
     QStringList failures;
-    for (const auto &element : index.elements) {
-        if (!mediaDemand(element))
+    for (std::size_t i = 0; i < index.size(); ++i) {
+        if (!index.demands[i])
             continue;
+        const QDomElement &element = index.elements[i];
         const double s = seconds(element, kStart);
         const bool hasDuration = element.hasAttribute(kDuration);
         const double d = seconds(element, kDuration);
 
-        const QDomElement asset = index.resolved(element, kRef, kAsset);
+        const QDomElement asset = index.element(index.resolved(i, kRef, kAsset));
         if (hasDuration && !asset.isNull()) {
             ++ranges;
             const double a = seconds(asset, kStart);
@@ -419,8 +459,9 @@ Check rangesCheck(const Index &index)
         }
 
         const int lane = laneOf(element);
-        const QDomElement parent = parentElement(element);
-        if (lane != 0 && !parent.isNull() && mediaDemand(parent)) {
+        const int parentAt = index.parents[i];
+        if (lane != 0 && parentAt >= 0 && index.demands[static_cast<std::size_t>(parentAt)]) {
+            const QDomElement parent = index.element(parentAt);
             ++ranges;
             const double p = seconds(parent, kStart);
             const double q = p + seconds(parent, kDuration);
@@ -455,9 +496,10 @@ Check timecodeCheck(const Index &index, const ExportPlan &plan)
     int assets = 0;
     int timecoded = 0;
     QStringList failures;
-    for (const auto &element : index.elements) {
-        if (element.tagName() != kAsset)
+    for (std::size_t i = 0; i < index.size(); ++i) {
+        if (index.tag(i) != kAsset)
             continue;
+        const QDomElement &element = index.elements[i];
         const auto path = assetMediaPath(element);
         if (!path)
             continue;
@@ -495,10 +537,11 @@ Check timeFormatCheck(const Index &index)
     QStringList failures;
     for (const auto &element : index.elements) {
         for (const QString &name : timeAttributes) {
-            if (!element.hasAttribute(name))
+            const QDomAttr node = attributeNode(element, name);
+            if (node.isNull())
                 continue;
             ++count;
-            const QString value = element.attribute(name);
+            const QString value = node.value();
             if (!FCPXMLTime::parse(value))
                 failures.push_back(label(element) + QLatin1Char('@') + name + QLatin1Char('=') + value);
         }
@@ -513,8 +556,9 @@ std::vector<Check> frameAlignmentChecks(const Index &index)
 {
     QHash<QString, FCPXMLTime> frameDurations; // format id -> one frame
     QHash<QString, QString> assetFormats;      // asset id -> format id
-    for (const auto &element : index.elements) {
-        const QString name = element.tagName();
+    for (std::size_t i = 0; i < index.size(); ++i) {
+        const QString &name = index.tag(i);
+        const QDomElement &element = index.elements[i];
         if (name == kFormat && element.hasAttribute(kId)) {
             if (const auto frame = FCPXMLTime::parse(element.attribute(kFrameDuration)); frame && frame->value != 0)
                 frameDurations.insert(element.attribute(kId), *frame);
@@ -522,7 +566,7 @@ std::vector<Check> frameAlignmentChecks(const Index &index)
             assetFormats.insert(element.attribute(kId), element.attribute(kFormat));
         }
     }
-    const QDomElement sequence = index.first(kSequence);
+    const QDomElement sequence = index.element(index.first(kSequence));
     const std::optional<QString> sequenceFormat =
         sequence.isNull() ? std::nullopt : attribute(sequence, kFormat);
 
@@ -537,19 +581,22 @@ std::vector<Check> frameAlignmentChecks(const Index &index)
 
     int values = 0;
     QStringList failures;
-    for (const auto &element : index.elements) {
-        if (element.tagName() != kAssetClip || parentElement(element).tagName() != kSpine)
+    for (std::size_t i = 0; i < index.size(); ++i) {
+        const int parent = index.parents[i];
+        if (index.tag(i) != kAssetClip || parent < 0 || index.tag(static_cast<std::size_t>(parent)) != kSpine)
             continue;
+        const QDomElement &element = index.elements[i];
         std::optional<QString> ownFormat;
-        if (element.hasAttribute(kRef)) {
-            const auto found = assetFormats.constFind(element.attribute(kRef));
+        if (const auto ref = attribute(element, kRef)) {
+            const auto found = assetFormats.constFind(*ref);
             if (found != assetFormats.constEnd())
                 ownFormat = *found;
         }
         for (const QString &name : {kOffset, kStart, kDuration}) {
-            if (!element.hasAttribute(name))
+            const QDomAttr node = attributeNode(element, name);
+            if (node.isNull())
                 continue;
-            const QString text = element.attribute(name);
+            const QString text = node.value();
             const auto value = FCPXMLTime::parse(text);
             if (!value)
                 continue;
@@ -577,8 +624,9 @@ std::vector<Check> layoutChecks(const Index &index, const ExportPlan &plan)
     const double halfFrame = frame / 2;
     const double planKept = plan.keptDuration();
     const double planSource = plan.sourceDuration();
-    const QDomElement sequence = index.first(kSequence);
-    const QDomElement spine = index.first(kSpine);
+    const QDomElement sequence = index.element(index.first(kSequence));
+    const int spineAt = index.first(kSpine);
+    const QDomElement spine = index.element(spineAt);
 
     // The storyline: each clip starts where the one before it ends.
     int spineClips = 0;
@@ -610,21 +658,21 @@ std::vector<Check> layoutChecks(const Index &index, const ExportPlan &plan)
     double rideSum = 0;
     std::set<int> lanes;
     QStringList offLane;
-    for (const auto &element : index.elements) {
-        if (!isDisabled(element) || !mediaDemand(element))
+    for (std::size_t i = 0; i < index.size(); ++i) {
+        if (!index.demands[i] || (spineAt >= 0 && index.parents[i] == spineAt))
             continue;
-        if (!spine.isNull() && parentElement(element) == spine)
+        const QDomElement &element = index.elements[i];
+        if (!isDisabled(element))
             continue;
         ++rideAlongs;
         rideSum += seconds(element, kDuration);
-        const QString laneText = element.attribute(kLane);
+        const auto laneText = attribute(element, kLane);
         bool ok = false;
-        const int lane = laneText.toInt(&ok);
-        if (element.hasAttribute(kLane) && ok && lane >= 1)
+        const int lane = laneText ? laneText->toInt(&ok) : 0;
+        if (ok && lane >= 1)
             lanes.insert(lane);
         else
-            offLane.push_back(label(element) + QStringLiteral(" is disabled on lane ")
-                              + (element.hasAttribute(kLane) ? laneText : kZero));
+            offLane.push_back(label(element) + QStringLiteral(" is disabled on lane ") + laneText.value_or(kZero));
     }
 
     std::vector<Check> checks;
@@ -681,9 +729,10 @@ struct Range {
 // Whether an element plays: disabled by its own `enabled`="0" or an
 // ancestor's, up to the first element on a lane of its own, which keeps its
 // state whatever its host's.
-bool playsOnTimeline(const QDomElement &element)
+bool playsOnTimeline(const Index &index, std::size_t at)
 {
-    for (QDomElement e = element; !e.isNull(); e = parentElement(e)) {
+    for (int i = static_cast<int>(at); i >= 0; i = index.parents[static_cast<std::size_t>(i)]) {
+        const QDomElement &e = index.elements[static_cast<std::size_t>(i)];
         if (isDisabled(e))
             return false;
         if (laneOf(e) != 0)
@@ -718,26 +767,34 @@ Check ghostAudioCheck(const Index &index, const ExportPlan &plan)
         bool hasAudio = false;
     };
     QHash<QString, AssetAudio> assets;
-    for (const auto &element : index.elements) {
-        if (element.tagName() != kAsset || !element.hasAttribute(kId))
+    for (std::size_t i = 0; i < index.size(); ++i) {
+        if (index.tag(i) != kAsset)
+            continue;
+        const QDomElement &element = index.elements[i];
+        const auto id = attribute(element, kId);
+        if (!id)
             continue;
         AssetAudio audio;
         audio.hasAudio = element.attribute(kHasAudio) == kOne;
         if (const auto path = assetMediaPath(element))
             audio.removed = removedByPath.value(*path);
-        assets.insert(element.attribute(kId), std::move(audio));
+        assets.insert(*id, std::move(audio));
     }
 
     int checked = 0;
     int leaks = 0;
     QStringList texts;
-    for (const auto &element : index.elements) {
-        if (!mediaDemand(element) || !playsOnTimeline(element) || !element.hasAttribute(kRef))
+    for (std::size_t i = 0; i < index.size(); ++i) {
+        if (!index.demands[i] || !playsOnTimeline(index, i))
             continue;
-        const auto asset = assets.constFind(element.attribute(kRef));
+        const QDomElement &element = index.elements[i];
+        const auto ref = attribute(element, kRef);
+        if (!ref)
+            continue;
+        const auto asset = assets.constFind(*ref);
         if (asset == assets.constEnd())
             continue;
-        if (element.tagName() != kAudio && (!asset->hasAudio || channelSourcesMuted(element)))
+        if (index.tag(i) != kAudio && (!asset->hasAudio || channelSourcesMuted(element)))
             continue;
         ++checked;
         const double s = seconds(element, kStart);
