@@ -11,7 +11,7 @@ qml6-module-qtquick-window qml6-module-qtqml-workerscript qml6-module-qtquick-te
 qml6-module-qtquick-dialogs
 libqt6svg6 qt6-qpa-plugins libgl-dev libxkbcommon-dev
 qcoro-qt6-dev qtkeychain-qt6-dev
-libicu-dev libfftw3-dev libsndfile1-dev
+libicu-dev libfftw3-dev libsndfile1-dev libssl-dev
 googletest libgtest-dev libgmock-dev libbenchmark-dev
 ffmpeg libxml2-utils yt-dlp espeak-ng sox
 "

@@ -1,17 +1,12 @@
 #pragma once
 
-// Incremental SHA-256 for fingerprinting footage. On processors with the SHA
-// extensions (x86) the compression runs on them, several times faster than a
-// portable implementation, so that hashing a take costs about what reading it
-// does; elsewhere the platform's portable implementation is used. The digest
-// is the same either way.
+// Incremental SHA-256 for fingerprinting footage, on the system's
+// cryptography library, which hashes with the processor's SHA extensions
+// where it has them, so that hashing a take costs about what reading it does.
 
 #include <QByteArray>
 #include <QByteArrayView>
-#include <QCryptographicHash>
 
-#include <array>
-#include <cstdint>
 #include <memory>
 
 namespace velum {
@@ -19,21 +14,17 @@ namespace velum {
 class Sha256 {
 public:
     Sha256();
+    ~Sha256();
+    Sha256(const Sha256 &) = delete;
+    Sha256 &operator=(const Sha256 &) = delete;
 
     void addData(QByteArrayView bytes);
     // The 32-byte digest. The object is finished afterwards.
     QByteArray result();
 
-    // Whether this processor hashes with its SHA extensions.
-    static bool isAccelerated();
-
 private:
-    bool m_accelerated;
-    std::array<std::uint32_t, 8> m_state{};
-    std::array<unsigned char, 64> m_block{};
-    std::size_t m_blockUsed = 0;
-    std::uint64_t m_totalBytes = 0;
-    std::unique_ptr<QCryptographicHash> m_portable;
+    struct Context;
+    std::unique_ptr<Context> m_context;
 };
 
 } // namespace velum

@@ -8,6 +8,7 @@
 #include <QProcess>
 #include <QStandardPaths>
 #include <QStringList>
+#include <QFileInfo>
 #include <QTemporaryDir>
 
 #include <cstdint>
@@ -82,11 +83,40 @@ const MediaSamples &MediaSamples::get()
 {
     static Holder holder = [] {
         Holder h;
-        h.dir = std::make_unique<QTemporaryDir>(QDir::tempPath() + QStringLiteral("/velum-media-XXXXXX"));
         static MediaSamples made;
         MediaSamples &m = made;
+        // Every test runs in a process of its own, so the media are kept in
+        // one shared folder for all of them, made once: by whichever process
+        // gets there first, in a folder of its own that is then renamed into
+        // place. Change the version whenever a recipe below changes.
+        const QString shared = QDir::tempPath() + QStringLiteral("/velum-test-media-v1");
+        const QString marker = QStringLiteral("/.complete");
+        const auto assign = [&m](const QString &path) {
+            const QDir dir(path);
+            const auto at = [&](const char *name) { return dir.filePath(QString::fromLatin1(name)); };
+            m.folder = dir.path();
+            m.videoWithAudio = at("take.mov");
+            m.videoOnly = at("silent.mp4");
+            m.audioOnly = at("voice.m4a");
+            m.broadcastWave = at("recorder.wav");
+            m.dropFrame = at("dropframe.mov");
+            m.tooShort = at("blink.mp4");
+            m.truncatedMatroska = at("truncated.mkv");
+            m.truncatedMp4 = at("truncated.mp4");
+            m.heavilyDamaged = at("damaged.ts");
+            m.lightlyDamaged = at("scratched.ts");
+            m.textNamedMp4 = at("notes.mp4");
+            m.sceneCuts = at("cuts.mp4");
+            m.toneAndSilence = at("gaps.wav");
+        };
+        if (QFileInfo::exists(shared + marker)) {
+            assign(shared);
+            h.samples = &m;
+            return h;
+        }
+        h.dir = std::make_unique<QTemporaryDir>(QDir::tempPath() + QStringLiteral("/velum-media-XXXXXX"));
+        assign(h.dir->path());
         const QDir dir(h.dir->path());
-        m.folder = dir.path();
         const auto at = [&](const char *name) { return dir.filePath(QString::fromLatin1(name)); };
         m.videoWithAudio = at("take.mov");
         m.videoOnly = at("silent.mp4");
@@ -152,8 +182,16 @@ const MediaSamples &MediaSamples::get()
                        "aevalsrc=if(lt(t\\,1)+between(t\\,2.5\\,4)\\,0.5*sin(2*PI*440*t)\\,0):s=48000:d=5",
                        "-c:a", "pcm_s16le", m.toneAndSilence},
                       error);
-        if (ok)
+        if (ok) {
+            writeAll(dir.path() + marker, QByteArray());
+            // Another process may have won the race: then its copy is used
+            // and this one goes with the temporary folder.
+            if (QDir().rename(dir.path(), shared))
+                h.dir->setAutoRemove(false);
+            if (QFileInfo::exists(shared + marker))
+                assign(shared);
             h.samples = &m;
+        }
         return h;
     }();
     if (!holder.samples)

@@ -1,8 +1,9 @@
 #pragma once
 
-// Real media for the tests of the media tools, made with ffmpeg once per test
-// program in a folder under the system's temporary folder, which goes when
-// the program ends. Everything is small: a few seconds at small frame sizes.
+// Real media for the tests of the media tools, made with ffmpeg once and kept
+// in a folder under the system's temporary folder that every test process
+// shares (each test runs in a process of its own). The files are read only,
+// never changed. Everything is small: a few seconds at small frame sizes.
 
 #include <QString>
 
