@@ -33,22 +33,50 @@ QString FCPXMLNode::escaped(const QString &value)
     return out;
 }
 
+namespace {
+
+// Appends a node and its children to one buffer, so that a deep tree is not
+// copied once for every level it sits under.
+void renderInto(QString &out, const FCPXMLNode &node, int indent)
+{
+    const qsizetype padding = 4 * qsizetype(std::max(indent, 0));
+    out.append(QString(padding, QLatin1Char(' ')));
+    out.append(QLatin1Char('<'));
+    out.append(node.name);
+    for (const auto &a : node.attributes) {
+        out.append(QLatin1Char(' '));
+        out.append(a.name);
+        out.append(QLatin1String("=\""));
+        // Most values need no escaping; append those as they are.
+        const bool plain = std::none_of(a.value.begin(), a.value.end(), [](QChar c) {
+            return c == QLatin1Char('&') || c == QLatin1Char('<') || c == QLatin1Char('>') || c == QLatin1Char('"');
+        });
+        out.append(plain ? a.value : FCPXMLNode::escaped(a.value));
+        out.append(QLatin1Char('"'));
+    }
+    if (node.children.empty()) {
+        out.append(QLatin1String("/>"));
+        return;
+    }
+    out.append(QLatin1String(">\n"));
+    for (std::size_t i = 0; i < node.children.size(); ++i) {
+        if (i > 0)
+            out.append(QLatin1Char('\n'));
+        renderInto(out, node.children[i], indent + 1);
+    }
+    out.append(QLatin1Char('\n'));
+    out.append(QString(padding, QLatin1Char(' ')));
+    out.append(QLatin1String("</"));
+    out.append(node.name);
+    out.append(QLatin1Char('>'));
+}
+
+} // namespace
+
 QString FCPXMLNode::rendered(int indent) const
 {
-    const QString padding(4 * std::max(indent, 0), QLatin1Char(' '));
-    QString out = padding + QLatin1Char('<') + name;
-    for (const auto &a : attributes)
-        out += QLatin1Char(' ') + a.name + QLatin1String("=\"") + escaped(a.value) + QLatin1Char('"');
-    if (children.empty())
-        return out + QLatin1String("/>");
-
-    out += QLatin1String(">\n");
-    QStringList lines;
-    lines.reserve(qsizetype(children.size()));
-    for (const auto &c : children)
-        lines.push_back(c.rendered(indent + 1));
-    out += lines.join(QLatin1Char('\n'));
-    out += QLatin1Char('\n') + padding + QLatin1String("</") + name + QLatin1Char('>');
+    QString out;
+    renderInto(out, *this, indent);
     return out;
 }
 
