@@ -6,6 +6,7 @@
 #include "stages/C1Transcript.h"
 #include "stages/C3Cuts.h"
 #include "support/Cli.h"
+#include "support/SmallProject.h"
 #include "support/TempDir.h"
 
 #include <gtest/gtest.h>
@@ -18,54 +19,11 @@ using namespace velum;
 
 namespace {
 
-// Clips "a" (8 words over 6 s of 25 fps 1920×1080 media, a filler and a
-// stored manual cut, synced to the microphone at 1.5 s) and "b" (4 words
-// over 3 s of 24 fps 1080×1920 media), and the microphone "mic".
+// The small project with its media said to be in /media, without camera
+// sound.
 void writeProject(const test::TempDir &dir)
 {
-    const QDateTime now = json::nowWholeSeconds();
-    C1Transcript transcript{.schemaVersion = 1, .projectId = "p", .createdAt = now};
-    for (const QString id : {"a", "b"}) {
-        C1Transcript::Clip clip{.clipId = id, .filename = id + " take.mov", .language = "en"};
-        const int count = id == "a" ? 8 : 4;
-        for (int i = 0; i < count; ++i)
-            clip.words.push_back(TimedWord{.text = i == 2 ? "um" : "word", .start = 0.5 * i, .end = 0.5 * i + 0.3,
-                                           .isFiller = i == 2});
-        transcript.clips.push_back(clip);
-    }
-    C0Probe probe{.schemaVersion = 2, .projectId = "p", .createdAt = now};
-    probe.clips.push_back(C0Probe::Clip{.clipId = "a", .filename = "a take.mov", .path = "/media/a take.mov",
-                                        .role = ProjectFileRole::aRoll, .state = ProjectFileState::ok,
-                                        .media = ClipMedia{.clipId = "a", .durationS = 6, .fps = 25, .width = 1920,
-                                                           .height = 1080, .videoCodec = "h264"}});
-    probe.clips.push_back(C0Probe::Clip{.clipId = "b", .filename = "b take.mov", .path = "/media/b.mov",
-                                        .role = ProjectFileRole::aRoll, .state = ProjectFileState::ok,
-                                        .media = ClipMedia{.clipId = "b", .durationS = 3, .fps = 24, .width = 1080,
-                                                           .height = 1920}});
-    probe.clips.push_back(C0Probe::Clip{
-        .clipId = "mic", .filename = "mic.wav", .path = "/media/mic.wav", .role = ProjectFileRole::externalAudio,
-        .state = ProjectFileState::ok,
-        .media = ClipMedia{.clipId = "mic", .durationS = 20, .audioCodec = "pcm_s24le", .audioSampleRate = 48000,
-                           .audioChannels = 1,
-                           .startTimecode = MediaTimecode{.value = 172800000, .timescale = 48000,
-                                                          .source = MediaTimecode::Source::bwfTimeReference,
-                                                          .text = "01:00:00:00"}}});
-    C05Sync sync{.schemaVersion = 1, .projectId = "p", .createdAt = now, .externalClipId = "mic"};
-    sync.clips.push_back(C05Sync::Clip{.clipId = "a", .filename = "a take.mov", .offsetS = 1.5, .confidence = 9,
-                                       .syncSource = C05Sync::SyncSource::crossCorrelation, .isSynced = true,
-                                       .shootingIndex = 0});
-    sync.clips.push_back(C05Sync::Clip{.clipId = "b", .filename = "b take.mov", .shootingIndex = 1});
-    C3Cuts cuts{.schemaVersion = 1, .projectId = "p", .createdAt = now,
-                .params = C3Cuts::Params{.seamTightnessMs = 100, .source = "profile"}};
-    C3Cuts::Clip cleanup{.clipId = "a", .filename = "a take.mov"};
-    cleanup.fillerCuts = {C3Cuts::WordRange{.wordStart = 2, .wordEnd = 3, .startS = 1, .endS = 1.3, .text = "um"}};
-    cuts.clips.push_back(cleanup);
-
-    StageCoder::write(transcript, dir.file("c1_transcript.json"));
-    StageCoder::write(probe, dir.file("c0_probe.json"));
-    StageCoder::write(sync, dir.file("c05_sync.json"));
-    StageCoder::write(cuts, dir.file("c3_cuts.json"));
-    StageCoder::write(ReviewEdits{.cuts = {{"a", 5, 7, std::nullopt}}}, dir.file("review_edits.json"));
+    test::writeSmallProject(dir);
 }
 
 QJsonObject readJson(const QString &path) { return json::parse(test::readBytes(path)).toObject(); }
