@@ -16,47 +16,8 @@ namespace {
 
 constexpr qint64 audioTimescale = 48000;
 
-// round(x) as a 64-bit integer, held inside the range; not-a-number is 0.
-qint64 rounded(double x)
-{
-    if (std::isnan(x))
-        return 0;
-    const double r = std::round(x);
-    if (r >= 9223372036854775808.0)
-        return std::numeric_limits<qint64>::max();
-    if (r <= -9223372036854775808.0)
-        return std::numeric_limits<qint64>::min();
-    return static_cast<qint64>(r);
-}
-
-// The same for truncation towards zero.
-qint64 truncated(double x)
-{
-    if (std::isnan(x))
-        return 0;
-    const double t = std::trunc(x);
-    if (t >= 9223372036854775808.0)
-        return std::numeric_limits<qint64>::max();
-    if (t <= -9223372036854775808.0)
-        return std::numeric_limits<qint64>::min();
-    return static_cast<qint64>(t);
-}
-
-qint64 times(qint64 a, qint64 b)
-{
-    qint64 result = 0;
-    if (__builtin_mul_overflow(a, b, &result))
-        throw FCPXMLTimeArithmeticError("frame position overflows 64 bits");
-    return result;
-}
-
-qint64 plus(qint64 a, qint64 b)
-{
-    qint64 result = 0;
-    if (__builtin_add_overflow(a, b, &result))
-        throw FCPXMLTimeArithmeticError("frame position overflows 64 bits");
-    return result;
-}
+using FrameArithmetic::rounded;
+using FrameArithmetic::truncated;
 
 double seconds(const FCPXMLTime &t)
 {
@@ -154,7 +115,7 @@ FCPXMLNode cameraAsset(const ExportPlan::Clip &clip, const QString &id, const QS
     asset.add(QStringLiteral("id"), id)
         .add(QStringLiteral("name"), clip.filename)
         .add(QStringLiteral("start"), start.nativeAttribute())
-        .add(QStringLiteral("duration"), FCPXMLTime{times(frames, rate.frameNum), rate.frameDen}.attribute())
+        .add(QStringLiteral("duration"), FCPXMLTime{FrameArithmetic::multiply(frames, rate.frameNum), rate.frameDen}.attribute())
         .add(QStringLiteral("format"), formatId);
     if (media.videoCodec)
         asset.add(QStringLiteral("hasVideo"), QStringLiteral("1")).add(QStringLiteral("videoSources"), QStringLiteral("1"));
@@ -400,7 +361,7 @@ FCPXMLDocument document(const ExportPlan &plan)
     qint64 sequenceFrames = 0;
     const double sequenceFps = framesPerSecond(sequenceRate);
     const auto sequenceTime = [&](qint64 frames) {
-        return FCPXMLTime{times(frames, sequenceRate.frameNum), sequenceRate.frameDen};
+        return FCPXMLTime{FrameArithmetic::multiply(frames, sequenceRate.frameNum), sequenceRate.frameDen};
     };
 
     for (const auto &clip : plan.clips) {
@@ -420,8 +381,8 @@ FCPXMLDocument document(const ExportPlan &plan)
             const qint64 b = rounded(fps * segment.sourceEnd);
             if (a >= b)
                 continue;
-            const FCPXMLTime start = FCPXMLTime{times(a, rate.frameNum), rate.frameDen} + asset->start;
-            const FCPXMLTime duration{times(b - a, rate.frameNum), rate.frameDen};
+            const FCPXMLTime start = FCPXMLTime{FrameArithmetic::multiply(a, rate.frameNum), rate.frameDen} + asset->start;
+            const FCPXMLTime duration{FrameArithmetic::multiply(b - a, rate.frameNum), rate.frameDen};
 
             if (segment.reason) {
                 rideAlongs.push_back(RideAlong{
@@ -475,11 +436,11 @@ FCPXMLDocument document(const ExportPlan &plan)
             storyline.push_back(SpineClip{
                 start,
                 duration,
-                static_cast<double>(times(sequenceFrames, sequenceRate.frameNum))
+                static_cast<double>(FrameArithmetic::multiply(sequenceFrames, sequenceRate.frameNum))
                     / static_cast<double>(sequenceRate.frameDen),
             });
             spine.children.push_back(std::move(node));
-            sequenceFrames = plus(sequenceFrames, rounded(sequenceFps * d));
+            sequenceFrames = FrameArithmetic::add(sequenceFrames, rounded(sequenceFps * d));
         }
     }
 

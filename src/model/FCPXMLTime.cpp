@@ -9,25 +9,29 @@ namespace velum {
 
 namespace {
 
-constexpr qint64 int64Max = std::numeric_limits<qint64>::max();
-constexpr qint64 int64Min = std::numeric_limits<qint64>::min();
-
-// round(x) as a 64-bit integer, held inside the range instead of overflowing.
-// Not-a-number reads as 0.
-qint64 roundedInt64(double x)
+// 2^63 is exactly representable; every double below it fits.
+qint64 heldInRange(double whole)
 {
-    if (std::isnan(x))
-        return 0;
-    const double r = std::round(x);
-    // 2^63 is exactly representable; every double below it fits.
-    if (r >= 9223372036854775808.0)
-        return int64Max;
-    if (r <= -9223372036854775808.0)
-        return int64Min;
-    return static_cast<qint64>(r);
+    if (whole >= 9223372036854775808.0)
+        return std::numeric_limits<qint64>::max();
+    if (whole <= -9223372036854775808.0)
+        return std::numeric_limits<qint64>::min();
+    return static_cast<qint64>(whole);
 }
 
-qint64 checkedMultiply(qint64 a, qint64 b)
+} // namespace
+
+qint64 FrameArithmetic::rounded(double x)
+{
+    return std::isnan(x) ? 0 : heldInRange(std::round(x));
+}
+
+qint64 FrameArithmetic::truncated(double x)
+{
+    return std::isnan(x) ? 0 : heldInRange(std::trunc(x));
+}
+
+qint64 FrameArithmetic::multiply(qint64 a, qint64 b)
 {
     qint64 result = 0;
     if (__builtin_mul_overflow(a, b, &result))
@@ -35,13 +39,18 @@ qint64 checkedMultiply(qint64 a, qint64 b)
     return result;
 }
 
-qint64 checkedAdd(qint64 a, qint64 b)
+qint64 FrameArithmetic::add(qint64 a, qint64 b)
 {
     qint64 result = 0;
     if (__builtin_add_overflow(a, b, &result))
         throw FCPXMLTimeArithmeticError("rational time overflows 64 bits");
     return result;
 }
+
+namespace {
+
+constexpr qint64 int64Max = std::numeric_limits<qint64>::max();
+constexpr qint64 int64Min = std::numeric_limits<qint64>::min();
 
 QString rational(qint64 value, qint64 timescale)
 {
@@ -87,7 +96,7 @@ FCPXMLFrameRate::FCPXMLFrameRate(double fps)
         fps = 0;
 
     // 1. Whole rates.
-    const qint64 whole = roundedInt64(fps);
+    const qint64 whole = FrameArithmetic::rounded(fps);
     if (std::fabs(fps - static_cast<double>(whole)) < 0.001 && whole > 0 && whole <= int64Max / 100) {
         frameNum = 100;
         frameDen = whole * 100;
@@ -95,7 +104,7 @@ FCPXMLFrameRate::FCPXMLFrameRate(double fps)
     }
 
     // 2. NTSC rates: n·1000/1001 frames a second.
-    const qint64 ntsc = roundedInt64(fps * 1001 / 1000);
+    const qint64 ntsc = FrameArithmetic::rounded(fps * 1001 / 1000);
     if (ntsc > 0 && ntsc <= int64Max / 1000
         && std::fabs(fps - static_cast<double>(ntsc) * 1000 / 1001) < 0.01) {
         frameNum = 1001;
@@ -105,7 +114,7 @@ FCPXMLFrameRate::FCPXMLFrameRate(double fps)
 
     // 3. Anything else, in thousandths of a frame.
     frameNum = 1000;
-    frameDen = std::max<qint64>(roundedInt64(fps * 1000), 1);
+    frameDen = std::max<qint64>(FrameArithmetic::rounded(fps * 1000), 1);
 }
 
 size_t qHash(const FCPXMLFrameRate &rate, size_t seed) noexcept
@@ -178,15 +187,15 @@ FCPXMLTime operator+(const FCPXMLTime &lhs, const FCPXMLTime &rhs)
     if (rhs.value == 0)
         return lhs;
     if (lhs.timescale == rhs.timescale)
-        return FCPXMLTime{checkedAdd(lhs.value, rhs.value), lhs.timescale};
+        return FCPXMLTime{FrameArithmetic::add(lhs.value, rhs.value), lhs.timescale};
     if (lhs.timescale == 0 || rhs.timescale == 0)
         throw FCPXMLTimeArithmeticError("cannot add times when one has a timescale of zero");
 
     const qint64 divisor = FCPXMLTime::gcd(lhs.timescale, rhs.timescale);
-    const qint64 timescale = checkedMultiply(lhs.timescale / divisor, rhs.timescale);
-    const qint64 left = checkedMultiply(lhs.value, timescale / lhs.timescale);
-    const qint64 right = checkedMultiply(rhs.value, timescale / rhs.timescale);
-    return FCPXMLTime{checkedAdd(left, right), timescale};
+    const qint64 timescale = FrameArithmetic::multiply(lhs.timescale / divisor, rhs.timescale);
+    const qint64 left = FrameArithmetic::multiply(lhs.value, timescale / lhs.timescale);
+    const qint64 right = FrameArithmetic::multiply(rhs.value, timescale / rhs.timescale);
+    return FCPXMLTime{FrameArithmetic::add(left, right), timescale};
 }
 
 } // namespace velum

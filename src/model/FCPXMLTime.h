@@ -48,6 +48,17 @@ public:
     using std::overflow_error::overflow_error;
 };
 
+// The 64-bit arithmetic of frame time, shared by everything that counts
+// frames. Conversions from doubles are held inside the range (not-a-number
+// reads as 0); products and sums that do not fit throw
+// FCPXMLTimeArithmeticError.
+namespace FrameArithmetic {
+qint64 rounded(double x);
+qint64 truncated(double x);
+qint64 multiply(qint64 a, qint64 b);
+qint64 add(qint64 a, qint64 b);
+} // namespace FrameArithmetic
+
 // `value` / `timescale` seconds. Equality is memberwise: 1/2 and 2/4 differ,
 // and nothing is ever reduced to lowest terms.
 struct FCPXMLTime {
