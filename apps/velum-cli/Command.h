@@ -6,6 +6,7 @@
 
 #include <QStringList>
 
+#include <exception>
 #include <functional>
 #include <vector>
 
@@ -31,5 +32,9 @@ struct CommandRegistration {
 
 // Writes a line to standard error and returns exitUsage.
 int usageError(const QString &message);
+
+// Writes "velum-cli: " and the error's text to standard error and returns
+// exitFailure.
+int failure(const std::exception &error);
 
 } // namespace velum::cli

@@ -120,8 +120,7 @@ int runFcpxml(const QStringList &arguments)
             std::fprintf(stderr, "velum: export: FCPXML validation failed for %s\n",
                          qUtf8Printable(QFileInfo(result.url.toLocalFile()).fileName()));
     } catch (const std::exception &e) {
-        std::fprintf(stderr, "velum-cli: %s\n", e.what());
-        return exitFailure;
+        return failure(e);
     }
     return exitOk;
 }
@@ -153,8 +152,7 @@ int runValidate(const QStringList &arguments)
             text.clear();
         writeReport(a.report, FCPXMLValidation::validate(text, *plan));
     } catch (const std::exception &e) {
-        std::fprintf(stderr, "velum-cli: %s\n", e.what());
-        return exitFailure;
+        return failure(e);
     }
     return exitOk;
 }

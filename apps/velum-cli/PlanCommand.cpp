@@ -82,8 +82,7 @@ int runPlan(const QStringList &arguments)
         }
         writeFileAtomically(out, json::serialize(planJson(*plan)));
     } catch (const std::exception &e) {
-        std::fprintf(stderr, "velum-cli: %s\n", e.what());
-        return exitFailure;
+        return failure(e);
     }
     return exitOk;
 }

@@ -175,8 +175,7 @@ int runReview(const QStringList &arguments)
         notes.insert(notes.end(), model->applyNotes.begin(), model->applyNotes.end());
         writeFileAtomically(out, json::serialize(reviewJson(bundle, model->transcript, notes)));
     } catch (const std::exception &e) {
-        std::fprintf(stderr, "velum-cli: %s\n", e.what());
-        return exitFailure;
+        return failure(e);
     }
     return exitOk;
 }

@@ -21,6 +21,12 @@ int usageError(const QString &message)
     return exitUsage;
 }
 
+int failure(const std::exception &error)
+{
+    std::fprintf(stderr, "velum-cli: %s\n", error.what());
+    return exitFailure;
+}
+
 namespace {
 
 void printUsage(std::FILE *out)
