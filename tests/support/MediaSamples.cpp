@@ -118,20 +118,6 @@ const MediaSamples &MediaSamples::get()
         assign(h.dir->path());
         const QDir dir(h.dir->path());
         const auto at = [&](const char *name) { return dir.filePath(QString::fromLatin1(name)); };
-        m.videoWithAudio = at("take.mov");
-        m.videoOnly = at("silent.mp4");
-        m.audioOnly = at("voice.m4a");
-        m.broadcastWave = at("recorder.wav");
-        m.dropFrame = at("dropframe.mov");
-        m.tooShort = at("blink.mp4");
-        m.truncatedMatroska = at("truncated.mkv");
-        m.truncatedMp4 = at("truncated.mp4");
-        m.heavilyDamaged = at("damaged.ts");
-        m.lightlyDamaged = at("scratched.ts");
-        m.textNamedMp4 = at("notes.mp4");
-        m.sceneCuts = at("cuts.mp4");
-        m.toneAndSilence = at("gaps.wav");
-
         const QString whole = at("whole.mkv");
         const QString wholeMp4 = at("whole.mp4");
         const QString cleanTs = at("clean.ts");
