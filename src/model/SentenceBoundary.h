@@ -2,6 +2,7 @@
 
 // Where sentences end and start in a run of transcript words.
 
+#include "model/IndexRange.h"
 #include <QString>
 
 #include <concepts>
@@ -22,16 +23,7 @@ struct Word {
 };
 
 // A half-open range of word indices, `lower` included and `upper` not.
-struct Range {
-    int lower = 0;
-    int upper = 0;
-
-    friend bool operator==(const Range &, const Range &) = default;
-
-    bool isEmpty() const { return upper <= lower; }
-    int count() const { return isEmpty() ? 0 : upper - lower; }
-    bool contains(int index) const { return index >= lower && index < upper; }
-};
+using Range = IndexRange;
 
 // Whether a word closes its sentence: it ends in a sentence terminal, perhaps
 // followed by closing quotes or brackets. A single full stop after a word

@@ -6,6 +6,7 @@
 // this decides how its decisions meet and where each kept word starts and
 // stops, giving a kept word beside a removal some air (a seam).
 
+#include "model/IndexRange.h"
 #include "model/Project.h"
 #include "stages/C1Transcript.h"
 #include "stages/C3Cuts.h"
@@ -18,12 +19,6 @@
 
 namespace velum {
 
-// A half-open range of indices.
-struct IndexRange {
-    int lower = 0;
-    int upper = 0;
-    friend bool operator==(const IndexRange &, const IndexRange &) = default;
-};
 
 // A stage document names a range that cannot exist (its lower bound above its
 // upper bound once clamped to the words). The service never writes one.
