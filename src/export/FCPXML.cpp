@@ -35,6 +35,14 @@ QString FCPXMLNode::escaped(const QString &value)
 
 namespace {
 
+// Most values need no escaping; those are appended as they are.
+bool needsEscaping(const QString &value)
+{
+    return std::any_of(value.begin(), value.end(), [](QChar c) {
+        return c == QLatin1Char('&') || c == QLatin1Char('<') || c == QLatin1Char('>') || c == QLatin1Char('"');
+    });
+}
+
 // Appends a node and its children to one buffer, so that a deep tree is not
 // copied once for every level it sits under.
 void renderInto(QString &out, const FCPXMLNode &node, int indent)
@@ -47,11 +55,7 @@ void renderInto(QString &out, const FCPXMLNode &node, int indent)
         out.append(QLatin1Char(' '));
         out.append(a.name);
         out.append(QLatin1String("=\""));
-        // Most values need no escaping; append those as they are.
-        const bool plain = std::none_of(a.value.begin(), a.value.end(), [](QChar c) {
-            return c == QLatin1Char('&') || c == QLatin1Char('<') || c == QLatin1Char('>') || c == QLatin1Char('"');
-        });
-        out.append(plain ? a.value : FCPXMLNode::escaped(a.value));
+        out.append(needsEscaping(a.value) ? FCPXMLNode::escaped(a.value) : a.value);
         out.append(QLatin1Char('"'));
     }
     if (node.children.empty()) {
@@ -71,6 +75,57 @@ void renderInto(QString &out, const FCPXMLNode &node, int indent)
     out.append(QLatin1Char('>'));
 }
 
+// The same text straight into UTF-8 bytes. Names and most values are
+// ASCII and are copied byte for byte; any other value goes through Qt's
+// encoder whole, as the text's own conversion would.
+void appendUtf8(QByteArray &out, const QString &text)
+{
+    const qsizetype size = text.size();
+    const qsizetype at = out.size();
+    out.resize(at + size);
+    char *to = out.data() + at;
+    const ushort *from = text.utf16();
+    ushort any = 0;
+    for (qsizetype i = 0; i < size; ++i) {
+        any |= from[i];
+        to[i] = static_cast<char>(from[i]);
+    }
+    if (any >= 0x80) {
+        out.truncate(at);
+        out.append(text.toUtf8());
+    }
+}
+
+void renderInto(QByteArray &out, const FCPXMLNode &node, int indent)
+{
+    const qsizetype padding = 4 * qsizetype(std::max(indent, 0));
+    out.append(padding, ' ');
+    out.append('<');
+    appendUtf8(out, node.name);
+    for (const auto &a : node.attributes) {
+        out.append(' ');
+        appendUtf8(out, a.name);
+        out.append("=\"", 2);
+        appendUtf8(out, needsEscaping(a.value) ? FCPXMLNode::escaped(a.value) : a.value);
+        out.append('"');
+    }
+    if (node.children.empty()) {
+        out.append("/>", 2);
+        return;
+    }
+    out.append(">\n", 2);
+    for (std::size_t i = 0; i < node.children.size(); ++i) {
+        if (i > 0)
+            out.append('\n');
+        renderInto(out, node.children[i], indent + 1);
+    }
+    out.append('\n');
+    out.append(padding, ' ');
+    out.append("</", 2);
+    appendUtf8(out, node.name);
+    out.append('>');
+}
+
 } // namespace
 
 QString FCPXMLNode::rendered(int indent) const
@@ -87,7 +142,14 @@ QString FCPXMLDocument::text() const
 
 QByteArray FCPXMLDocument::data() const
 {
-    return text().toUtf8();
+    QByteArray out;
+    appendUtf8(out, xmlDeclaration);
+    out.append('\n');
+    appendUtf8(out, doctype);
+    out.append('\n');
+    renderInto(out, root, 0);
+    out.append('\n');
+    return out;
 }
 
 void FCPXMLDocument::write(const QUrl &fileURL) const

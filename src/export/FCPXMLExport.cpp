@@ -5,23 +5,23 @@
 
 #include <QDir>
 #include <QFileInfo>
-#include <QStringDecoder>
+
+#include <utility>
 
 namespace velum::ProcessPipeline {
 
 namespace {
 
-// The file's text when it reads back whole as UTF-8, otherwise empty.
-QString readBack(const QString &path)
+// The file's bytes when they read back whole as UTF-8 (a byte order mark
+// dropped), otherwise empty.
+QByteArray readBack(const QString &path)
 {
-    const auto bytes = readFile(path);
-    if (!bytes)
-        return QString();
-    QStringDecoder decoder(QStringDecoder::Utf8);
-    QString text = decoder.decode(*bytes);
-    if (decoder.hasError())
-        return QString();
-    return text;
+    auto bytes = readFile(path);
+    if (!bytes || !bytes->isValidUtf8())
+        return QByteArray();
+    if (bytes->startsWith("\xEF\xBB\xBF"))
+        bytes->remove(0, 3);
+    return *std::move(bytes);
 }
 
 } // namespace

@@ -5,9 +5,11 @@
 
 #include <QDir>
 #include <QDomDocument>
+#include <QDomNamedNodeMap>
 #include <QFile>
 #include <QFileInfo>
 #include <QHash>
+#include <QSet>
 #include <QStringList>
 #include <QUuid>
 
@@ -81,65 +83,11 @@ constexpr qsizetype listedFailures = 5;
 // How much of xmllint's complaint a detail keeps.
 constexpr qsizetype dtdErrorLength = 400;
 
-// --- Reading attributes ------------------------------------------------------------
-
-// An attribute in one lookup. (QDomElement's own lookup is not const, though
-// it changes nothing; a copy of the handle shares the element.)
-QDomAttr attributeNode(const QDomElement &element, const QString &name)
-{
-    return QDomElement(element).attributeNode(name);
-}
-
-std::optional<QString> attribute(const QDomElement &element, const QString &name)
-{
-    const QDomAttr node = attributeNode(element, name);
-    if (node.isNull())
-        return std::nullopt;
-    return node.value();
-}
-
-// A time attribute in seconds; absent or unparsable reads as 0.
-std::optional<double> parsedSeconds(const QDomElement &element, const QString &name)
-{
-    const QDomAttr node = attributeNode(element, name);
-    if (node.isNull())
-        return std::nullopt;
-    const auto time = FCPXMLTime::parse(node.value());
-    if (!time)
-        return std::nullopt;
-    return static_cast<double>(time->value) / static_cast<double>(time->timescale);
-}
-
-double seconds(const QDomElement &element, const QString &name)
-{
-    return parsedSeconds(element, name).value_or(0);
-}
-
-// A clip's label: its name, or "?" without one.
-QString label(const QDomElement &element)
-{
-    return attribute(element, kName).value_or(QStringLiteral("?"));
-}
+// --- Small helpers -------------------------------------------------------------------
 
 QString fixed3(double value)
 {
     return QString::asprintf("%.3f", value);
-}
-
-// The lane of an element, 0 when it has none or it is not an integer.
-int laneOf(const QDomElement &element)
-{
-    const QDomAttr node = attributeNode(element, kLane);
-    if (node.isNull())
-        return 0;
-    bool ok = false;
-    const int lane = node.value().toInt(&ok);
-    return ok ? lane : 0;
-}
-
-bool isDisabled(const QDomElement &element)
-{
-    return element.attribute(kEnabled) == kZero;
 }
 
 // The first five texts joined.
@@ -156,31 +104,6 @@ QString standardizedPath(const QString &path)
 QString standardizedPath(const QUrl &url)
 {
     return standardizedPath(url.isLocalFile() ? url.toLocalFile() : url.path());
-}
-
-// The `media-rep` an asset relinks through: its first one of kind
-// "original-media".
-QDomElement originalMediaRep(const QDomElement &asset)
-{
-    for (QDomElement child = asset.firstChildElement(kMediaRep); !child.isNull();
-         child = child.nextSiblingElement(kMediaRep)) {
-        if (child.attribute(kKind) == kOriginalMedia)
-            return child;
-    }
-    return {};
-}
-
-// The standardized path of the file an asset relinks to; none when its
-// `media-rep` is missing or not a local file.
-std::optional<QString> assetMediaPath(const QDomElement &asset)
-{
-    const QDomElement rep = originalMediaRep(asset);
-    if (rep.isNull() || !rep.hasAttribute(kSrc))
-        return std::nullopt;
-    const QUrl url(rep.attribute(kSrc), QUrl::StrictMode);
-    if (!url.isValid() || !url.isLocalFile())
-        return std::nullopt;
-    return standardizedPath(url.toLocalFile());
 }
 
 // The seconds of a media timecode with a timescale of at least 1; 0 for any
@@ -206,96 +129,429 @@ double planFrameSeconds(const ExportPlan &plan)
     return static_cast<double>(rate.frameNum) / static_cast<double>(rate.frameDen);
 }
 
+double secondsOf(const FCPXMLTime &time)
+{
+    return static_cast<double>(time.value) / static_cast<double>(time.timescale);
+}
+
 // --- The document's index ------------------------------------------------------
 
-// The flattened elements with what every check asks of them (name, parent,
-// media demand, identifier), read from the tree once per run.
+// The attributes the checks read. Any other attribute is left in the tree.
+enum class Key : quint8 {
+    id,
+    ref,
+    format,
+    name,
+    offset,
+    start,
+    duration,
+    frameDuration,
+    tcStart,
+    audioStart,
+    audioDuration,
+    lane,
+    enabled,
+    active,
+    srcEnable,
+    src,
+    kind,
+    hasVideo,
+    hasAudio,
+    width,
+    height,
+};
+
+// The time attributes, in the order "times are rational seconds" lists them.
+constexpr Key timeKeys[] = {Key::offset,   Key::start,      Key::duration,     Key::frameDuration,
+                            Key::tcStart, Key::audioStart, Key::audioDuration};
+
+bool isTime(Key key)
+{
+    return key >= Key::offset && key <= Key::audioDuration;
+}
+
+const QString &attributeName(Key key)
+{
+    static const QString names[] = {
+        kId,         kRef,     kFormat,  kName,      kOffset,
+        kStart,      kDuration, kFrameDuration, kTcStart, QStringLiteral("audioStart"),
+        QStringLiteral("audioDuration"), kLane, kEnabled, kActive, kSrcEnable,
+        kSrc,        kKind,    kHasVideo, kHasAudio, QStringLiteral("width"),
+        QStringLiteral("height"),
+    };
+    return names[static_cast<std::size_t>(key)];
+}
+
+// The element names the checks tell apart.
+enum class Tag : quint8 {
+    other,
+    asset,
+    assetClip,
+    audio,
+    video,
+    clip,
+    gap,
+    spine,
+    sequence,
+    format,
+    mediaRep,
+    channelSource,
+};
+
+Tag tagOf(const QString &name)
+{
+    static const QHash<QString, Tag> tags{
+        {kAsset, Tag::asset},       {kAssetClip, Tag::assetClip}, {kAudio, Tag::audio},
+        {kVideo, Tag::video},       {kClip, Tag::clip},           {kGap, Tag::gap},
+        {kSpine, Tag::spine},       {kSequence, Tag::sequence},   {kFormat, Tag::format},
+        {kMediaRep, Tag::mediaRep}, {kChannelSource, Tag::channelSource},
+    };
+    return tags.value(name, Tag::other);
+}
+
+// The attributes the checks read of an element of a kind: the ones any
+// element is asked for, the most common first, and those of its own kind.
+const std::vector<Key> &keysOf(Tag kind)
+{
+    static const auto keys = [](std::initializer_list<Key> own) {
+        std::vector<Key> list{Key::name,   Key::ref,    Key::offset,  Key::start,
+                              Key::duration, Key::format, Key::lane, Key::enabled, Key::id};
+        for (const Key key : own)
+            list.push_back(key);
+        for (const Key key : {Key::frameDuration, Key::tcStart, Key::audioStart, Key::audioDuration}) {
+            if (std::find(list.begin(), list.end(), key) == list.end())
+                list.push_back(key);
+        }
+        return list;
+    };
+    static const std::vector<Key> any = keys({});
+    static const std::vector<Key> asset = keys({Key::hasVideo, Key::hasAudio});
+    static const std::vector<Key> assetClip = keys({Key::srcEnable});
+    static const std::vector<Key> format = keys({Key::frameDuration, Key::width, Key::height});
+    static const std::vector<Key> mediaRep = keys({Key::kind, Key::src});
+    static const std::vector<Key> channelSource = keys({Key::active});
+    switch (kind) {
+    case Tag::asset:
+        return asset;
+    case Tag::assetClip:
+        return assetClip;
+    case Tag::format:
+        return format;
+    case Tag::mediaRep:
+        return mediaRep;
+    case Tag::channelSource:
+        return channelSource;
+    default:
+        return any;
+    }
+}
+
+// The default an attribute lookup is given, told apart from any value by
+// its storage rather than its text. (Sharing is only seen between strings
+// on the heap, so not a literal.)
+const QString &absent()
+{
+    static const QString marker(1, QChar(0x1));
+    return marker;
+}
+
+// The flattened elements with what every check asks of them, read from the
+// tree in one walk: name, parent and children, media demand, and the
+// attributes the checks read, times parsed once. No check goes back to the
+// tree: QDom hands out a new handle for every step and every lookup.
 struct Index {
-    const std::vector<QDomElement> &elements;
-    std::vector<QString> tags;
-    // The position of each element's parent in `elements`; -1 when the
-    // parent is not in the list (the root's).
-    std::vector<int> parents;
-    std::vector<std::optional<MediaDemand>> demands;
+    struct Attribute {
+        Key key;
+        QString value;
+        // For a time attribute, its value when it parses.
+        std::optional<FCPXMLTime> time;
+    };
+
+    struct Element {
+        QString tag;
+        Tag kind = Tag::other;
+        // Positions in the list; -1 for none. The parent is -1 when it is
+        // not in the list (the root's).
+        int parent = -1;
+        int firstChild = -1;
+        int nextSibling = -1;
+        // This element's attributes in `attributes`.
+        qsizetype attributesFrom = 0;
+        qsizetype attributesTo = 0;
+        std::optional<MediaDemand> demand;
+    };
+
+    std::vector<Element> elements;
+    std::vector<Attribute> attributes;
     QHash<QString, int> byId; // the first element of each id
 
-    explicit Index(const std::vector<QDomElement> &all) : elements(all)
+    // The root and all its descendants, parents first, in document order.
+    explicit Index(const QDomElement &root)
     {
-        const std::size_t n = all.size();
-        tags.reserve(n);
-        parents.reserve(n);
-        demands.reserve(n);
-        byId.reserve(static_cast<qsizetype>(n / 4 + 1));
+        if (!root.isNull())
+            walk(root, -1);
+        finish();
+    }
+
+    // A list that `flatten` made.
+    explicit Index(const std::vector<QDomElement> &all)
+    {
+        elements.reserve(all.size());
         // The list is in document order, parents first: an element's parent
         // is on the stack of its open ancestors.
         std::vector<int> open;
-        for (std::size_t i = 0; i < n; ++i) {
-            const QDomElement &element = all[i];
-            const QDomNode parent = element.parentNode();
+        for (std::size_t i = 0; i < all.size(); ++i) {
+            const QDomNode parent = all[i].parentNode();
             while (!open.empty() && all[static_cast<std::size_t>(open.back())] != parent)
                 open.pop_back();
-            parents.push_back(open.empty() ? -1 : open.back());
-            open.push_back(static_cast<int>(i));
-
-            tags.push_back(element.tagName());
-            demands.push_back(mediaDemand(element));
+            open.push_back(add(all[i], open.empty() ? -1 : open.back()));
         }
-        // Backwards, so that the first element of each id is the one kept.
-        for (std::size_t i = n; i-- > 0;) {
-            const QDomAttr id = attributeNode(all[i], kId);
-            if (!id.isNull())
-                byId.insert(id.value(), static_cast<int>(i));
-        }
+        finish();
     }
 
     std::size_t size() const { return elements.size(); }
-    const QString &tag(std::size_t i) const { return tags[i]; }
+    const QString &tag(std::size_t i) const { return elements[i].tag; }
+    Tag kind(std::size_t i) const { return elements[i].kind; }
+    int parent(std::size_t i) const { return elements[i].parent; }
+    const std::optional<MediaDemand> &demand(std::size_t i) const { return elements[i].demand; }
+
+    // The attribute of an element; null when it has none.
+    const Attribute *find(std::size_t i, Key key) const
+    {
+        const Element &e = elements[i];
+        for (qsizetype a = e.attributesFrom; a < e.attributesTo; ++a) {
+            if (attributes[static_cast<std::size_t>(a)].key == key)
+                return &attributes[static_cast<std::size_t>(a)];
+        }
+        return nullptr;
+    }
+
+    bool has(std::size_t i, Key key) const { return find(i, key) != nullptr; }
+
+    std::optional<QString> attribute(std::size_t i, Key key) const
+    {
+        const Attribute *a = find(i, key);
+        if (!a)
+            return std::nullopt;
+        return a->value;
+    }
+
+    // The value, empty when absent, as QDomElement::attribute gives it.
+    QString text(std::size_t i, Key key) const
+    {
+        const Attribute *a = find(i, key);
+        return a ? a->value : QString();
+    }
+
+    bool is(std::size_t i, Key key, const QString &value) const
+    {
+        const Attribute *a = find(i, key);
+        return a ? a->value == value : value.isEmpty();
+    }
+
+    // A time attribute in seconds; none when absent or unparsable.
+    std::optional<double> parsedSeconds(std::size_t i, Key key) const
+    {
+        const Attribute *a = find(i, key);
+        if (!a || !a->time)
+            return std::nullopt;
+        return secondsOf(*a->time);
+    }
+
+    // The same, absent or unparsable reading as 0.
+    double seconds(std::size_t i, Key key) const { return parsedSeconds(i, key).value_or(0); }
+
+    // A clip's label: its name, or "?" without one.
+    QString label(std::size_t i) const { return attribute(i, Key::name).value_or(QStringLiteral("?")); }
+
+    // The lane of an element, 0 when it has none or it is not an integer.
+    int lane(std::size_t i) const
+    {
+        const Attribute *a = find(i, Key::lane);
+        if (!a)
+            return 0;
+        bool ok = false;
+        const int lane = a->value.toInt(&ok);
+        return ok ? lane : 0;
+    }
+
+    bool isDisabled(std::size_t i) const { return is(i, Key::enabled, kZero); }
 
     // The position of the element with an id; -1 when none has it.
     int find(const QString &id) const { return byId.value(id, -1); }
 
     // The position of the element a reference names when it has that
     // element name; -1 otherwise.
-    int resolved(std::size_t i, const QString &attributeName, const QString &kind) const
+    int resolved(std::size_t i, Key reference, Tag wanted) const
     {
-        const QDomAttr reference = attributeNode(elements[i], attributeName);
-        if (reference.isNull())
+        const Attribute *a = find(i, reference);
+        if (!a)
             return -1;
-        const int target = find(reference.value());
-        return target >= 0 && tags[static_cast<std::size_t>(target)] == kind ? target : -1;
+        const int target = find(a->value);
+        return target >= 0 && elements[static_cast<std::size_t>(target)].kind == wanted ? target : -1;
     }
 
-    QDomElement element(int i) const { return i < 0 ? QDomElement() : elements[static_cast<std::size_t>(i)]; }
-
-    int first(const QString &name) const
+    int first(Tag wanted) const
     {
-        for (std::size_t i = 0; i < tags.size(); ++i) {
-            if (tags[i] == name)
+        for (std::size_t i = 0; i < elements.size(); ++i) {
+            if (elements[i].kind == wanted)
                 return static_cast<int>(i);
         }
         return -1;
     }
+
+    // True when the element has at least one child `audio-channel-source`
+    // and every one of them has `enabled`="0" or `active`="0".
+    bool channelSourcesMuted(std::size_t i) const
+    {
+        bool any = false;
+        for (int c = elements[i].firstChild; c >= 0; c = elements[static_cast<std::size_t>(c)].nextSibling) {
+            const auto child = static_cast<std::size_t>(c);
+            if (elements[child].kind != Tag::channelSource)
+                continue;
+            any = true;
+            if (!is(child, Key::enabled, kZero) && !is(child, Key::active, kZero))
+                return false;
+        }
+        return any;
+    }
+
+    // The `media-rep` an asset relinks through: its first one of kind
+    // "original-media"; -1 without one.
+    int originalMediaRep(std::size_t asset) const
+    {
+        for (int c = elements[asset].firstChild; c >= 0; c = elements[static_cast<std::size_t>(c)].nextSibling) {
+            const auto child = static_cast<std::size_t>(c);
+            if (elements[child].kind == Tag::mediaRep && is(child, Key::kind, kOriginalMedia))
+                return c;
+        }
+        return -1;
+    }
+
+    // The standardized path of the file an asset relinks to; none when its
+    // `media-rep` is missing or not a local file.
+    std::optional<QString> assetMediaPath(std::size_t asset) const
+    {
+        const int rep = originalMediaRep(asset);
+        if (rep < 0)
+            return std::nullopt;
+        const auto src = attribute(static_cast<std::size_t>(rep), Key::src);
+        if (!src)
+            return std::nullopt;
+        const QUrl url(*src, QUrl::StrictMode);
+        if (!url.isValid() || !url.isLocalFile())
+            return std::nullopt;
+        return standardizedPath(url.toLocalFile());
+    }
+
+private:
+    std::vector<int> m_lastChild;
+
+    void walk(const QDomElement &element, int parent)
+    {
+        const int at = add(element, parent);
+        for (QDomElement child = element.firstChildElement(); !child.isNull(); child = child.nextSiblingElement())
+            walk(child, at);
+    }
+
+    int add(const QDomElement &element, int parent)
+    {
+        const int at = static_cast<int>(elements.size());
+        Element e;
+        e.tag = element.tagName();
+        e.kind = tagOf(e.tag);
+        e.parent = parent;
+        e.attributesFrom = static_cast<qsizetype>(attributes.size());
+        // One lookup by name for each attribute the checks read of this kind
+        // of element (walking QDom's attribute map by position costs more),
+        // and none once every attribute the element has is found.
+        int remaining = element.attributes().count();
+        for (const Key key : keysOf(e.kind)) {
+            if (remaining == 0)
+                break;
+            QString value = element.attribute(attributeName(key), absent());
+            if (value.isSharedWith(absent()))
+                continue;
+            --remaining;
+            Attribute attribute{key, std::move(value), std::nullopt};
+            if (isTime(key))
+                attribute.time = FCPXMLTime::parse(attribute.value);
+            attributes.push_back(std::move(attribute));
+        }
+        e.attributesTo = static_cast<qsizetype>(attributes.size());
+        elements.push_back(std::move(e));
+        m_lastChild.push_back(-1);
+        if (parent >= 0) {
+            const auto p = static_cast<std::size_t>(parent);
+            if (m_lastChild[p] < 0)
+                elements[p].firstChild = at;
+            else
+                elements[static_cast<std::size_t>(m_lastChild[p])].nextSibling = at;
+            m_lastChild[p] = at;
+        }
+        return at;
+    }
+
+    // What needs the whole list: media demands (they look at children) and
+    // the ids.
+    void finish()
+    {
+        m_lastChild = {};
+        for (std::size_t i = 0; i < elements.size(); ++i) {
+            switch (elements[i].kind) {
+            case Tag::audio:
+                elements[i].demand = MediaDemand{false, true};
+                break;
+            case Tag::video:
+                elements[i].demand = MediaDemand{true, false};
+                break;
+            case Tag::assetClip:
+                if (is(i, Key::srcEnable, kAudio))
+                    elements[i].demand = MediaDemand{false, true};
+                else if (is(i, Key::srcEnable, kVideo))
+                    elements[i].demand = MediaDemand{true, false};
+                else
+                    elements[i].demand = channelSourcesMuted(i) ? MediaDemand{true, false} : MediaDemand{false, false};
+                break;
+            default:
+                break;
+            }
+        }
+        byId.reserve(static_cast<qsizetype>(elements.size() / 4 + 1));
+        // Backwards, so that the first element of each id is the one kept.
+        for (std::size_t i = elements.size(); i-- > 0;) {
+            if (const Attribute *id = find(i, Key::id))
+                byId.insert(id->value, static_cast<int>(i));
+        }
+    }
 };
+
+// A set of texts in QString order.
+QStringList sorted(const QSet<QString> &texts)
+{
+    QStringList list(texts.begin(), texts.end());
+    std::sort(list.begin(), list.end());
+    return list;
+}
 
 // --- Checks 1 to 3 -----------------------------------------------------------------
 
 std::vector<Check> referenceChecks(const Index &index)
 {
-    std::set<QString> references;
-    std::set<QString> ids;
+    QSet<QString> references;
+    QSet<QString> ids;
     QStringList wrongKinds;
     int kindChecked = 0;
 
     for (std::size_t i = 0; i < index.size(); ++i) {
-        const QDomElement &element = index.elements[i];
-        if (const auto id = attribute(element, kId))
-            ids.insert(*id);
-        const auto format = attribute(element, kFormat);
-        const auto ref = attribute(element, kRef);
+        if (const auto *id = index.find(i, Key::id))
+            ids.insert(id->value);
+        const auto *format = index.find(i, Key::format);
+        const auto *ref = index.find(i, Key::ref);
         if (format)
-            references.insert(*format);
+            references.insert(format->value);
         if (ref)
-            references.insert(*ref);
+            references.insert(ref->value);
 
         const auto kindOf = [&](const QString &attributeName, const QString &value, const QString &wanted) {
             ++kindChecked;
@@ -307,18 +563,18 @@ std::vector<Check> referenceChecks(const Index &index)
                                      + QStringLiteral(" → <") + targetName + QLatin1Char('>'));
         };
         if (format)
-            kindOf(kFormat, *format, kFormat);
-        if (ref && index.demands[i])
-            kindOf(kRef, *ref, kAsset);
+            kindOf(kFormat, format->value, kFormat);
+        if (ref && index.demand(i))
+            kindOf(kRef, ref->value, kAsset);
     }
 
     QStringList unresolved;
-    for (const auto &reference : references) {
+    for (const auto &reference : sorted(references)) {
         if (!ids.contains(reference))
             unresolved.push_back(reference);
     }
     QStringList orphaned;
-    for (const auto &id : ids) {
+    for (const auto &id : sorted(ids)) {
         if (!references.contains(id))
             orphaned.push_back(id);
     }
@@ -341,25 +597,27 @@ std::vector<Check> referenceChecks(const Index &index)
 
 Check sequenceFormatCheck(const Index &index)
 {
-    const QDomElement sequence = index.element(index.first(kSequence));
-    if (sequence.isNull())
+    const int sequence = index.first(Tag::sequence);
+    if (sequence < 0)
         return Check{sequenceFormatName, false, QStringLiteral("no sequence")};
-    const auto id = attribute(sequence, kFormat);
+    const auto id = index.attribute(static_cast<std::size_t>(sequence), Key::format);
     const int target = id ? index.find(*id) : -1;
     const QString targetName = target < 0 ? QStringLiteral("missing") : index.tag(static_cast<std::size_t>(target));
     if (targetName != kFormat)
         return Check{sequenceFormatName, false,
                      id.value_or(QString()) + QStringLiteral(" is <") + targetName + QStringLiteral(">, not a <format>")};
-    const QDomElement format = index.element(target);
+    const auto format = static_cast<std::size_t>(target);
     QStringList missing;
-    for (const QString &needed : {kFrameDuration, QStringLiteral("width"), QStringLiteral("height")}) {
-        if (!format.hasAttribute(needed))
+    for (const auto &[key, needed] : {std::pair{Key::frameDuration, kFrameDuration},
+                                      std::pair{Key::width, QStringLiteral("width")},
+                                      std::pair{Key::height, QStringLiteral("height")}}) {
+        if (!index.has(format, key))
             missing.push_back(needed);
     }
     if (!missing.isEmpty())
         return Check{sequenceFormatName, false,
                      QStringLiteral("format ") + *id + QStringLiteral(" is missing ") + missing.join(kComma)};
-    return Check{sequenceFormatName, true, *id + QStringLiteral(" = ") + format.attribute(kName)};
+    return Check{sequenceFormatName, true, *id + QStringLiteral(" = ") + index.text(format, Key::name)};
 }
 
 Check relinkCheck(const Index &index)
@@ -367,17 +625,16 @@ Check relinkCheck(const Index &index)
     int assets = 0;
     QStringList failures;
     for (std::size_t i = 0; i < index.size(); ++i) {
-        if (index.tag(i) != kAsset)
+        if (index.kind(i) != Tag::asset)
             continue;
-        const QDomElement &element = index.elements[i];
         ++assets;
-        const QString name = label(element);
-        const QDomElement rep = originalMediaRep(element);
-        if (rep.isNull()) {
+        const QString name = index.label(i);
+        const int rep = index.originalMediaRep(i);
+        if (rep < 0) {
             failures.push_back(name + QStringLiteral(": no original-media rep"));
             continue;
         }
-        const QString src = rep.attribute(kSrc);
+        const QString src = index.text(static_cast<std::size_t>(rep), Key::src);
         const QUrl url(src, QUrl::StrictMode);
         if (src.isEmpty() || !url.isValid()) {
             failures.push_back(name + QStringLiteral(": src missing or unparseable"));
@@ -400,32 +657,34 @@ Check mediaDemandCheck(const Index &index)
     int users = 0;
     QStringList failures;
     for (std::size_t i = 0; i < index.size(); ++i) {
-        const auto &demand = index.demands[i];
+        const auto &demand = index.demand(i);
         if (!demand)
             continue;
-        const int assetAt = index.resolved(i, kRef, kAsset);
+        const int assetAt = index.resolved(i, Key::ref, Tag::asset);
         if (assetAt < 0)
             continue;
-        const QDomElement &element = index.elements[i];
-        const QDomElement asset = index.element(assetAt);
+        const auto asset = static_cast<std::size_t>(assetAt);
         ++users;
-        const bool hasVideo = asset.attribute(kHasVideo) == kOne;
-        const bool hasAudio = asset.attribute(kHasAudio) == kOne;
-        const QString clip = QLatin1Char('<') + index.tag(i) + QStringLiteral("> ") + label(element);
-        const QString assetName = label(asset);
-        if (demand->video && !hasVideo)
-            failures.push_back(clip + QStringLiteral(" needs video, ") + assetName + QStringLiteral(" has none"));
-        if (demand->audio && !hasAudio)
-            failures.push_back(clip + QStringLiteral(" needs audio, ") + assetName + QStringLiteral(" has none"));
+        const bool hasVideo = index.is(asset, Key::hasVideo, kOne);
+        const bool hasAudio = index.is(asset, Key::hasAudio, kOne);
+        if ((demand->video && !hasVideo) || (demand->audio && !hasAudio)) {
+            const QString clip = QLatin1Char('<') + index.tag(i) + QStringLiteral("> ") + index.label(i);
+            const QString assetName = index.label(asset);
+            if (demand->video && !hasVideo)
+                failures.push_back(clip + QStringLiteral(" needs video, ") + assetName + QStringLiteral(" has none"));
+            if (demand->audio && !hasAudio)
+                failures.push_back(clip + QStringLiteral(" needs audio, ") + assetName + QStringLiteral(" has none"));
+        }
 
         // An audio-only clip on a lane takes its host's video format unless
         // it names one without a frame rate of its own.
-        const auto lane = attribute(element, kLane);
-        const bool onLane = lane && lane->trimmed() != kZero;
-        if (index.tag(i) == kAssetClip && onLane && !hasVideo) {
-            const QDomElement format = index.element(index.resolved(i, kFormat, kFormat));
-            if (format.isNull() || format.hasAttribute(kFrameDuration)) {
-                const QString named = attribute(element, kFormat).value_or(QStringLiteral("no format attribute"));
+        const auto *lane = index.find(i, Key::lane);
+        const bool onLane = lane && lane->value.trimmed() != kZero;
+        if (index.kind(i) == Tag::assetClip && onLane && !hasVideo) {
+            const int format = index.resolved(i, Key::format, Tag::format);
+            if (format < 0 || index.has(static_cast<std::size_t>(format), Key::frameDuration)) {
+                const QString clip = QLatin1Char('<') + index.tag(i) + QStringLiteral("> ") + index.label(i);
+                const QString named = index.attribute(i, Key::format).value_or(QStringLiteral("no format attribute"));
                 failures.push_back(clip + QStringLiteral(" is audio-only but inherits or names a video format ")
                                    + QLatin1Char('(') + named + QStringLiteral(") — it needs its own ")
                                    + QStringLiteral("FFVideoFormatRateUndefined") + QStringLiteral(" format"));
@@ -441,37 +700,37 @@ Check rangesCheck(const Index &index)
     int ranges = 0;
     QStringList failures;
     for (std::size_t i = 0; i < index.size(); ++i) {
-        if (!index.demands[i])
+        if (!index.demand(i))
             continue;
-        const QDomElement &element = index.elements[i];
-        const double s = seconds(element, kStart);
-        const bool hasDuration = element.hasAttribute(kDuration);
-        const double d = seconds(element, kDuration);
+        const double s = index.seconds(i, Key::start);
+        const bool hasDuration = index.has(i, Key::duration);
+        const double d = index.seconds(i, Key::duration);
 
-        const QDomElement asset = index.element(index.resolved(i, kRef, kAsset));
-        if (hasDuration && !asset.isNull()) {
+        const int assetAt = index.resolved(i, Key::ref, Tag::asset);
+        if (hasDuration && assetAt >= 0) {
+            const auto asset = static_cast<std::size_t>(assetAt);
             ++ranges;
-            const double a = seconds(asset, kStart);
-            const double b = a + seconds(asset, kDuration);
+            const double a = index.seconds(asset, Key::start);
+            const double b = a + index.seconds(asset, Key::duration);
             if (s < a - rangeTolerance - roundingSlack || s + d > b + rangeTolerance + roundingSlack)
                 failures.push_back(QStringLiteral("%1 reads %2–%3s of an asset that holds %4–%5s")
-                                       .arg(label(element), fixed3(s), fixed3(s + d), fixed3(a), fixed3(b)));
+                                       .arg(index.label(i), fixed3(s), fixed3(s + d), fixed3(a), fixed3(b)));
         }
 
-        const int lane = laneOf(element);
-        const int parentAt = index.parents[i];
-        if (lane != 0 && parentAt >= 0 && index.demands[static_cast<std::size_t>(parentAt)]) {
-            const QDomElement parent = index.element(parentAt);
+        const int lane = index.lane(i);
+        const int parentAt = index.parent(i);
+        if (lane != 0 && parentAt >= 0 && index.demand(static_cast<std::size_t>(parentAt))) {
+            const auto parent = static_cast<std::size_t>(parentAt);
             ++ranges;
-            const double p = seconds(parent, kStart);
-            const double q = p + seconds(parent, kDuration);
-            const double o = seconds(element, kOffset);
+            const double p = index.seconds(parent, Key::start);
+            const double q = p + index.seconds(parent, Key::duration);
+            const double o = index.seconds(i, Key::offset);
             // A ride-along is tested for its anchor point only; the synced
             // sound under a clip must fit whole.
             const double e = lane > 0 ? o : o + d;
             if (o < p - rangeTolerance - roundingSlack || e > q + rangeTolerance + roundingSlack)
                 failures.push_back(QStringLiteral("anchored %1 sits %2–%3s in a parent local timeline of %4–%5s")
-                                       .arg(label(element), fixed3(o), fixed3(e), fixed3(p), fixed3(q)));
+                                       .arg(index.label(i), fixed3(o), fixed3(e), fixed3(p), fixed3(q)));
         }
     }
     return Check{rangesInBoundsName, failures.isEmpty(),
@@ -497,24 +756,23 @@ Check timecodeCheck(const Index &index, const ExportPlan &plan)
     int timecoded = 0;
     QStringList failures;
     for (std::size_t i = 0; i < index.size(); ++i) {
-        if (index.tag(i) != kAsset)
+        if (index.kind(i) != Tag::asset)
             continue;
-        const QDomElement &element = index.elements[i];
-        const auto path = assetMediaPath(element);
+        const auto path = index.assetMediaPath(i);
         if (!path)
             continue;
         const auto found = timecodes.find(*path);
         if (found == timecodes.end())
             continue;
         ++assets;
-        const double s = seconds(element, kStart);
+        const double s = index.seconds(i, Key::start);
         const double t = timecodeSeconds(found->second);
         if (t > 0)
             ++timecoded;
         if (!within(s - t, timecodeTolerance))
             failures.push_back(QStringLiteral("%1 declares start %2s but its media timecode is %3s (%4) — every "
                                               "reference into it points at time the file does not contain")
-                                   .arg(label(element), fixed3(s), fixed3(t), MediaTimecode::label(t)));
+                                   .arg(index.label(i), fixed3(s), fixed3(t), MediaTimecode::label(t)));
     }
     return Check{assetTimecodeName, failures.isEmpty(),
                  failures.isEmpty() ? QString::number(assets) + QStringLiteral(" asset(s), ") + QString::number(timecoded)
@@ -524,26 +782,41 @@ Check timecodeCheck(const Index &index, const ExportPlan &plan)
 
 // --- Check 9 -------------------------------------------------------------------------
 
+QString timeAttributeName(Key key)
+{
+    switch (key) {
+    case Key::offset:
+        return kOffset;
+    case Key::start:
+        return kStart;
+    case Key::duration:
+        return kDuration;
+    case Key::frameDuration:
+        return kFrameDuration;
+    case Key::tcStart:
+        return kTcStart;
+    case Key::audioStart:
+        return QStringLiteral("audioStart");
+    case Key::audioDuration:
+        return QStringLiteral("audioDuration");
+    default:
+        return QString();
+    }
+}
+
 Check timeFormatCheck(const Index &index)
 {
-    static const QString timeAttributes[] = {kOffset,
-                                             kStart,
-                                             kDuration,
-                                             kFrameDuration,
-                                             kTcStart,
-                                             QStringLiteral("audioStart"),
-                                             QStringLiteral("audioDuration")};
     int count = 0;
     QStringList failures;
-    for (const auto &element : index.elements) {
-        for (const QString &name : timeAttributes) {
-            const QDomAttr node = attributeNode(element, name);
-            if (node.isNull())
+    for (std::size_t i = 0; i < index.size(); ++i) {
+        for (const Key key : timeKeys) {
+            const auto *a = index.find(i, key);
+            if (!a)
                 continue;
             ++count;
-            const QString value = node.value();
-            if (!FCPXMLTime::parse(value))
-                failures.push_back(label(element) + QLatin1Char('@') + name + QLatin1Char('=') + value);
+            if (!a->time)
+                failures.push_back(index.label(i) + QLatin1Char('@') + timeAttributeName(key) + QLatin1Char('=')
+                                   + a->value);
         }
     }
     return Check{timeFormatName, failures.isEmpty(),
@@ -557,18 +830,23 @@ std::vector<Check> frameAlignmentChecks(const Index &index)
     QHash<QString, FCPXMLTime> frameDurations; // format id -> one frame
     QHash<QString, QString> assetFormats;      // asset id -> format id
     for (std::size_t i = 0; i < index.size(); ++i) {
-        const QString &name = index.tag(i);
-        const QDomElement &element = index.elements[i];
-        if (name == kFormat && element.hasAttribute(kId)) {
-            if (const auto frame = FCPXMLTime::parse(element.attribute(kFrameDuration)); frame && frame->value != 0)
-                frameDurations.insert(element.attribute(kId), *frame);
-        } else if (name == kAsset && element.hasAttribute(kId) && element.hasAttribute(kFormat)) {
-            assetFormats.insert(element.attribute(kId), element.attribute(kFormat));
+        const Tag kind = index.kind(i);
+        if (kind == Tag::format) {
+            if (const auto *id = index.find(i, Key::id)) {
+                const auto *frame = index.find(i, Key::frameDuration);
+                if (frame && frame->time && frame->time->value != 0)
+                    frameDurations.insert(id->value, *frame->time);
+            }
+        } else if (kind == Tag::asset) {
+            const auto *id = index.find(i, Key::id);
+            const auto *format = index.find(i, Key::format);
+            if (id && format)
+                assetFormats.insert(id->value, format->value);
         }
     }
-    const QDomElement sequence = index.element(index.first(kSequence));
+    const int sequence = index.first(Tag::sequence);
     const std::optional<QString> sequenceFormat =
-        sequence.isNull() ? std::nullopt : attribute(sequence, kFormat);
+        sequence < 0 ? std::nullopt : index.attribute(static_cast<std::size_t>(sequence), Key::format);
 
     const auto grid = [&](const std::optional<QString> &formatId) -> std::optional<FCPXMLTime> {
         if (!formatId)
@@ -578,38 +856,35 @@ std::vector<Check> frameAlignmentChecks(const Index &index)
             return std::nullopt;
         return *found;
     };
+    const std::optional<FCPXMLTime> sequenceGrid = grid(sequenceFormat);
 
     int values = 0;
     QStringList failures;
     for (std::size_t i = 0; i < index.size(); ++i) {
-        const int parent = index.parents[i];
-        if (index.tag(i) != kAssetClip || parent < 0 || index.tag(static_cast<std::size_t>(parent)) != kSpine)
+        const int parent = index.parent(i);
+        if (index.kind(i) != Tag::assetClip || parent < 0 || index.kind(static_cast<std::size_t>(parent)) != Tag::spine)
             continue;
-        const QDomElement &element = index.elements[i];
-        std::optional<QString> ownFormat;
-        if (const auto ref = attribute(element, kRef)) {
-            const auto found = assetFormats.constFind(*ref);
+        std::optional<FCPXMLTime> ownGrid;
+        if (const auto *ref = index.find(i, Key::ref)) {
+            const auto found = assetFormats.constFind(ref->value);
             if (found != assetFormats.constEnd())
-                ownFormat = *found;
+                ownGrid = grid(*found);
         }
-        for (const QString &name : {kOffset, kStart, kDuration}) {
-            const QDomAttr node = attributeNode(element, name);
-            if (node.isNull())
+        for (const Key key : {Key::offset, Key::start, Key::duration}) {
+            const auto *a = index.find(i, key);
+            if (!a || !a->time)
                 continue;
-            const QString text = node.value();
-            const auto value = FCPXMLTime::parse(text);
-            if (!value)
-                continue;
-            const auto frame = grid(name == kOffset && sequenceFormat ? sequenceFormat : ownFormat);
+            const auto &frame = key == Key::offset && sequenceFormat ? sequenceGrid : ownGrid;
             if (!frame)
                 continue;
             ++values;
             // v/t lies on a grid of n/d exactly when v·d is a whole multiple
             // of t·n; 128 bits hold both products.
-            const Wide scaled = static_cast<Wide>(value->value) * frame->timescale;
-            const Wide step = static_cast<Wide>(value->timescale) * frame->value;
+            const Wide scaled = static_cast<Wide>(a->time->value) * frame->timescale;
+            const Wide step = static_cast<Wide>(a->time->timescale) * frame->value;
             if (step == 0 || scaled % step != 0)
-                failures.push_back(label(element) + QLatin1Char('@') + name + QLatin1Char('=') + text);
+                failures.push_back(index.label(i) + QLatin1Char('@') + timeAttributeName(key) + QLatin1Char('=')
+                                   + a->value);
         }
     }
     return {Check{frameAlignedName, failures.isEmpty(),
@@ -624,9 +899,8 @@ std::vector<Check> layoutChecks(const Index &index, const ExportPlan &plan)
     const double halfFrame = frame / 2;
     const double planKept = plan.keptDuration();
     const double planSource = plan.sourceDuration();
-    const QDomElement sequence = index.element(index.first(kSequence));
-    const int spineAt = index.first(kSpine);
-    const QDomElement spine = index.element(spineAt);
+    const int sequence = index.first(Tag::sequence);
+    const int spineAt = index.first(Tag::spine);
 
     // The storyline: each clip starts where the one before it ends.
     int spineClips = 0;
@@ -634,22 +908,24 @@ std::vector<Check> layoutChecks(const Index &index, const ExportPlan &plan)
     QStringList disabled;
     int disabledCount = 0;
     QStringList holes;
-    double cursor = sequence.isNull() ? 0 : seconds(sequence, kTcStart);
-    for (QDomElement child = spine.firstChildElement(); !child.isNull(); child = child.nextSiblingElement()) {
-        const QString name = child.tagName();
-        if (name != kAssetClip && name != kClip && name != kGap)
+    double cursor = sequence < 0 ? 0 : index.seconds(static_cast<std::size_t>(sequence), Key::tcStart);
+    for (int c = spineAt < 0 ? -1 : index.elements[static_cast<std::size_t>(spineAt)].firstChild; c >= 0;
+         c = index.elements[static_cast<std::size_t>(c)].nextSibling) {
+        const auto child = static_cast<std::size_t>(c);
+        const Tag kind = index.kind(child);
+        if (kind != Tag::assetClip && kind != Tag::clip && kind != Tag::gap)
             continue;
         ++spineClips;
-        const double offset = seconds(child, kOffset);
-        const double duration = seconds(child, kDuration);
+        const double offset = index.seconds(child, Key::offset);
+        const double duration = index.seconds(child, Key::duration);
         if (!within(offset - cursor, halfFrame))
             holes.push_back(QString::asprintf("%s starts at %.3fs, the clip before it ends at %.3fs",
-                                              qUtf8Printable(label(child)), offset, cursor));
+                                              qUtf8Printable(index.label(child)), offset, cursor));
         cursor = offset + duration;
         keptSum += duration;
-        if (isDisabled(child)) {
+        if (index.isDisabled(child)) {
             ++disabledCount;
-            disabled.push_back(label(child));
+            disabled.push_back(index.label(child));
         }
     }
 
@@ -659,20 +935,19 @@ std::vector<Check> layoutChecks(const Index &index, const ExportPlan &plan)
     std::set<int> lanes;
     QStringList offLane;
     for (std::size_t i = 0; i < index.size(); ++i) {
-        if (!index.demands[i] || (spineAt >= 0 && index.parents[i] == spineAt))
+        if (!index.demand(i) || (spineAt >= 0 && index.parent(i) == spineAt))
             continue;
-        const QDomElement &element = index.elements[i];
-        if (!isDisabled(element))
+        if (!index.isDisabled(i))
             continue;
         ++rideAlongs;
-        rideSum += seconds(element, kDuration);
-        const auto laneText = attribute(element, kLane);
+        rideSum += index.seconds(i, Key::duration);
+        const auto laneText = index.attribute(i, Key::lane);
         bool ok = false;
         const int lane = laneText ? laneText->toInt(&ok) : 0;
         if (ok && lane >= 1)
             lanes.insert(lane);
         else
-            offLane.push_back(label(element) + QStringLiteral(" is disabled on lane ") + laneText.value_or(kZero));
+            offLane.push_back(index.label(i) + QStringLiteral(" is disabled on lane ") + laneText.value_or(kZero));
     }
 
     std::vector<Check> checks;
@@ -710,7 +985,8 @@ std::vector<Check> layoutChecks(const Index &index, const ExportPlan &plan)
                                + QString::number(rideAlongs) + QStringLiteral(" vs plan ")
                                + QString::number(planSegments)});
 
-    const auto sequenceDuration = sequence.isNull() ? std::nullopt : parsedSeconds(sequence, kDuration);
+    const auto sequenceDuration =
+        sequence < 0 ? std::nullopt : index.parsedSeconds(static_cast<std::size_t>(sequence), Key::duration);
     const double shown = sequenceDuration.value_or(0);
     checks.push_back(Check{sequenceDurationName,
                            sequenceDuration && within(shown - keptSum, frame) && within(shown - planKept, frame),
@@ -731,11 +1007,11 @@ struct Range {
 // state whatever its host's.
 bool playsOnTimeline(const Index &index, std::size_t at)
 {
-    for (int i = static_cast<int>(at); i >= 0; i = index.parents[static_cast<std::size_t>(i)]) {
-        const QDomElement &e = index.elements[static_cast<std::size_t>(i)];
-        if (isDisabled(e))
+    for (int i = static_cast<int>(at); i >= 0; i = index.parent(static_cast<std::size_t>(i))) {
+        const auto e = static_cast<std::size_t>(i);
+        if (index.isDisabled(e))
             return false;
-        if (laneOf(e) != 0)
+        if (index.lane(e) != 0)
             return true;
     }
     return true;
@@ -768,43 +1044,41 @@ Check ghostAudioCheck(const Index &index, const ExportPlan &plan)
     };
     QHash<QString, AssetAudio> assets;
     for (std::size_t i = 0; i < index.size(); ++i) {
-        if (index.tag(i) != kAsset)
+        if (index.kind(i) != Tag::asset)
             continue;
-        const QDomElement &element = index.elements[i];
-        const auto id = attribute(element, kId);
+        const auto *id = index.find(i, Key::id);
         if (!id)
             continue;
         AssetAudio audio;
-        audio.hasAudio = element.attribute(kHasAudio) == kOne;
-        if (const auto path = assetMediaPath(element))
+        audio.hasAudio = index.is(i, Key::hasAudio, kOne);
+        if (const auto path = index.assetMediaPath(i))
             audio.removed = removedByPath.value(*path);
-        assets.insert(*id, std::move(audio));
+        assets.insert(id->value, std::move(audio));
     }
 
     int checked = 0;
     int leaks = 0;
     QStringList texts;
     for (std::size_t i = 0; i < index.size(); ++i) {
-        if (!index.demands[i] || !playsOnTimeline(index, i))
+        if (!index.demand(i) || !playsOnTimeline(index, i))
             continue;
-        const QDomElement &element = index.elements[i];
-        const auto ref = attribute(element, kRef);
+        const auto *ref = index.find(i, Key::ref);
         if (!ref)
             continue;
-        const auto asset = assets.constFind(*ref);
+        const auto asset = assets.constFind(ref->value);
         if (asset == assets.constEnd())
             continue;
-        if (index.tag(i) != kAudio && (!asset->hasAudio || channelSourcesMuted(element)))
+        if (index.kind(i) != Tag::audio && (!asset->hasAudio || index.channelSourcesMuted(i)))
             continue;
         ++checked;
-        const double s = seconds(element, kStart);
-        const double e = s + seconds(element, kDuration);
+        const double s = index.seconds(i, Key::start);
+        const double e = s + index.seconds(i, Key::duration);
         for (const Range &range : asset->removed) {
             const double overlap = std::min(range.to, e) - std::max(range.from, s);
             if (overlap > leakTolerance + roundingSlack) {
                 ++leaks;
                 texts.push_back(QString::asprintf("%s plays %.3f–%.3fs, which was removed (%.3f–%.3fs, %.0f ms of it)",
-                                                  qUtf8Printable(label(element)), s, e, range.from, range.to,
+                                                  qUtf8Printable(index.label(i)), s, e, range.from, range.to,
                                                   overlap * 1000));
                 break;
             }
@@ -930,6 +1204,11 @@ Check ghostAudioCheck(const std::vector<QDomElement> &elements, const ExportPlan
 
 Check dtdCheck(const QString &xml)
 {
+    return dtdCheck(xml.toUtf8());
+}
+
+Check dtdCheck(const QByteArray &data)
+{
     const auto dtd = dtdURL(QStringLiteral("1.13"));
     const auto xmllint = dtd ? ProcessRunner().resolve(QStringLiteral("xmllint")) : std::nullopt;
     if (!dtd || !xmllint)
@@ -940,7 +1219,7 @@ Check dtdCheck(const QString &xml)
                                        + QUuid::createUuid().toString(QUuid::WithoutBraces) + QStringLiteral(".fcpxml"));
     Check check{dtdName, true, std::nullopt};
     try {
-        writeFileAtomically(path, xml.toUtf8());
+        writeFileAtomically(path, data);
         const auto output = ProcessRunner::runSeparatedBlocking(
             xmllint->url,
             {QStringLiteral("--noout"), QStringLiteral("--dtdvalid"), dtd->toString(QUrl::FullyEncoded), path});
@@ -964,39 +1243,46 @@ Check dtdCheck(const QString &xml)
 
 Report validate(const QString &xml, const ExportPlan &plan)
 {
+    return validate(xml.toUtf8(), plan);
+}
+
+Report validate(const QByteArray &data, const ExportPlan &plan)
+{
     Report report;
-    QDomDocument document;
-    QString error;
-    int line = 0;
-    int column = 0;
-    if (!document.setContent(xml.toUtf8(), false, &error, &line, &column)) {
-        report.checks.push_back(Check{wellFormedName, false,
-                                      QStringLiteral("line %1, column %2: %3").arg(line).arg(column).arg(error)});
-        return report;
+    {
+        QDomDocument document;
+        QString error;
+        int line = 0;
+        int column = 0;
+        if (!document.setContent(data, false, &error, &line, &column)) {
+            report.checks.push_back(Check{wellFormedName, false,
+                                          QStringLiteral("line %1, column %2: %3").arg(line).arg(column).arg(error)});
+            return report;
+        }
+        report.checks.push_back(Check{wellFormedName, true, std::nullopt});
+
+        const QDomElement root = document.documentElement();
+        if (root.isNull()) {
+            report.checks.push_back(Check{rootElementName, false, QStringLiteral("missing")});
+            return report;
+        }
+
+        // Everything the checks read is copied out of the tree once, here.
+        const Index index(root);
+        const auto append = [&report](std::vector<Check> checks) {
+            for (auto &check : checks)
+                report.checks.push_back(std::move(check));
+        };
+        append(referenceChecks(index));
+        append(semanticChecks(index));
+        report.checks.push_back(timecodeCheck(index, plan));
+        report.checks.push_back(timeFormatCheck(index));
+        append(frameAlignmentChecks(index));
+        append(layoutChecks(index, plan));
+        report.checks.push_back(ghostAudioCheck(index, plan));
     }
-    report.checks.push_back(Check{wellFormedName, true, std::nullopt});
 
-    const QDomElement root = document.documentElement();
-    if (root.isNull()) {
-        report.checks.push_back(Check{rootElementName, false, QStringLiteral("missing")});
-        return report;
-    }
-
-    const std::vector<QDomElement> elements = flatten(root);
-    const Index index(elements);
-    const auto append = [&report](std::vector<Check> checks) {
-        for (auto &check : checks)
-            report.checks.push_back(std::move(check));
-    };
-    append(referenceChecks(index));
-    append(semanticChecks(index));
-    report.checks.push_back(timecodeCheck(index, plan));
-    report.checks.push_back(timeFormatCheck(index));
-    append(frameAlignmentChecks(index));
-    append(layoutChecks(index, plan));
-    report.checks.push_back(ghostAudioCheck(index, plan));
-
-    Check dtd = dtdCheck(xml);
+    Check dtd = dtdCheck(data);
     report.dtdValidated = dtd.passed && !(dtd.detail && dtd.detail->startsWith(QStringLiteral("skipped")));
     report.checks.push_back(std::move(dtd));
     return report;

@@ -20,6 +20,7 @@
 #include "export/ExportPlan.h"
 #include "model/Json.h"
 
+#include <QByteArray>
 #include <QDomElement>
 #include <QString>
 #include <QUrl>
@@ -85,6 +86,8 @@ inline constexpr char dtdEnvironmentVariable[] = "VELUM_FCPXML_DTD";
 // written from. Never throws: a text that does not parse gives the one failed
 // check "well-formed XML".
 Report validate(const QString &xml, const ExportPlan &plan);
+// The same on the file's bytes as they are, UTF-8.
+Report validate(const QByteArray &data, const ExportPlan &plan);
 
 // An element and all its descendant elements, parents before children, in
 // document order.
@@ -138,6 +141,7 @@ Check ghostAudioCheck(const std::vector<QDomElement> &elements, const ExportPlan
 // "DTD validation (FCPXML v1.13)": xmllint against the DTD, through a
 // temporary file that is removed afterwards. Blocks for the run.
 Check dtdCheck(const QString &xml);
+Check dtdCheck(const QByteArray &data);
 
 } // namespace velum::FCPXMLValidation
 
