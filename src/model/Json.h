@@ -15,6 +15,8 @@
 // their stored texts once with `EnumTexts<E>`. Anything else specialises
 // `Coding<T>`.
 
+#include "model/Slices.h"
+
 #include <QByteArray>
 #include <QDateTime>
 #include <QJsonArray>
@@ -29,6 +31,7 @@
 #include <array>
 #include <concepts>
 #include <cstdint>
+#include <iterator>
 #include <limits>
 #include <map>
 #include <optional>
@@ -201,15 +204,16 @@ template <class M>
 void decodeMember(const QJsonObject &object, const QString &key, M &target, Absent absent, KeyStyle style)
 {
     const auto found = object.constFind(key);
-    const bool missing = found == object.constEnd() || found->isUndefined();
+    const QJsonValue value = found == object.constEnd() ? QJsonValue(QJsonValue::Undefined) : found.value();
+    const bool missing = value.isUndefined();
     if constexpr (IsOptional<M>::value) {
-        if (missing || found->isNull()) {
+        if (missing || value.isNull()) {
             if (absent != Absent::keepDefault)
                 target.reset();
             return;
         }
         try {
-            target = decode<typename M::value_type>(*found, style);
+            target = decode<typename M::value_type>(value, style);
         } catch (DecodingError &e) {
             e.within(key);
             throw;
@@ -223,7 +227,7 @@ void decodeMember(const QJsonObject &object, const QString &key, M &target, Abse
             throw e;
         }
         try {
-            target = decode<M>(*found, style);
+            target = decode<M>(value, style);
         } catch (DecodingError &e) {
             e.within(key);
             throw;
@@ -352,16 +356,34 @@ struct Coding<std::vector<T>> {
         if (!value.isArray())
             detail::typeMismatch("an array", value);
         const QJsonArray array = value.toArray();
-        std::vector<T> result;
-        result.reserve(static_cast<std::size_t>(array.size()));
-        for (qsizetype i = 0; i < array.size(); ++i) {
-            try {
-                result.push_back(json::decode<T>(array.at(i), style));
-            } catch (DecodingError &e) {
-                e.within(QStringLiteral("[%1]").arg(i));
-                throw;
+        const auto count = static_cast<std::size_t>(array.size());
+        const auto decodeRange = [&](std::size_t begin, std::size_t end, std::vector<T> &into) {
+            into.reserve(end - begin);
+            for (std::size_t i = begin; i < end; ++i) {
+                try {
+                    into.push_back(json::decode<T>(array.at(static_cast<qsizetype>(i)), style));
+                } catch (DecodingError &e) {
+                    e.within(QStringLiteral("[%1]").arg(i));
+                    throw;
+                }
             }
+        };
+        const std::size_t slices = Slices::count(count);
+        std::vector<T> result;
+        if (slices == 1) {
+            decodeRange(0, count, result);
+            return result;
         }
+        // Elements are independent: long arrays are decoded in slices on a
+        // few threads, and the slices joined in order. A failure is the one
+        // of the earliest failing element, as when decoding in order.
+        std::vector<std::vector<T>> parts(slices);
+        Slices::forEach(count, slices, [&](std::size_t slice, std::size_t begin, std::size_t end) {
+            decodeRange(begin, end, parts[slice]);
+        });
+        result.reserve(count);
+        for (auto &part : parts)
+            std::move(part.begin(), part.end(), std::back_inserter(result));
         return result;
     }
 };

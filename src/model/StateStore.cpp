@@ -2,13 +2,20 @@
 
 #include "model/AccountPartition.h"
 #include "model/Json.h"
+#include "model/Slices.h"
 
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
+#include <QHash>
+
+#include <dirent.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
-#include <thread>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 namespace velum {
@@ -28,30 +35,87 @@ bool fileExists(const QUrl &url)
     return !path.isEmpty() && QFileInfo::exists(path);
 }
 
+// Calls `entry` with the name of each entry of a folder that certainly
+// exists: all but symbolic links (which may dangle) and entries of unknown
+// type. Nothing when the folder cannot be listed, or when its entries cannot
+// be looked up (no search permission), for then they do not count as existing.
+template <class Entry>
+void forEachExistingEntry(const QByteArray &folder, Entry entry)
+{
+    if (::access(folder.constData(), X_OK) != 0)
+        return;
+    DIR *dir = ::opendir(folder.constData());
+    if (!dir)
+        return;
+    while (const dirent *found = ::readdir(dir)) {
+        if (found->d_type != DT_LNK && found->d_type != DT_UNKNOWN)
+            entry(std::string_view(found->d_name));
+    }
+    ::closedir(dir);
+}
+
 // Whether each URL's file exists. A large account has thousands of files,
 // often on external or network volumes where every check waits on the
-// device, so the checks are spread over a few threads.
+// device. Files mostly share a few folders: a folder with many of them is
+// listed once, and only what the listing does not show is looked up one by
+// one. The work is spread over a few threads, a folder at a time.
 std::vector<char> filesExist(const std::vector<const QUrl *> &urls)
 {
-    std::vector<char> found(urls.size(), 0);
-    constexpr std::size_t perThreadMinimum = 256;
-    const std::size_t threads = std::clamp<std::size_t>(
-        std::min<std::size_t>(std::thread::hardware_concurrency(), urls.size() / perThreadMinimum), 1, 8);
-    const auto check = [&](std::size_t begin, std::size_t end) {
+    constexpr std::size_t listingMinimum = 16;
+    std::vector<QByteArray> paths(urls.size());
+    Slices::forEach(urls.size(), Slices::count(urls.size()), [&](std::size_t, std::size_t begin, std::size_t end) {
         for (std::size_t i = begin; i < end; ++i)
-            found[i] = fileExists(*urls[i]) ? 1 : 0;
-    };
-    if (threads == 1) {
-        check(0, urls.size());
-        return found;
+            paths[i] = QFile::encodeName(localPath(*urls[i]));
+    });
+
+    // Indices of the files by folder; relative and empty paths each on their own.
+    QHash<QByteArrayView, std::vector<std::size_t>> byFolder;
+    std::vector<std::vector<std::size_t>> groups;
+    for (std::size_t i = 0; i < paths.size(); ++i) {
+        const QByteArrayView path(paths[i]);
+        const qsizetype slash = path.lastIndexOf('/');
+        if (!path.startsWith('/')) {
+            groups.push_back({i});
+            continue;
+        }
+        auto &group = byFolder[path.first(std::max<qsizetype>(slash, 1))];
+        if (group.empty())
+            group.reserve(listingMinimum);
+        group.push_back(i);
     }
-    std::vector<std::thread> workers;
-    const std::size_t chunk = (urls.size() + threads - 1) / threads;
-    for (std::size_t t = 1; t < threads; ++t)
-        workers.emplace_back(check, std::min(urls.size(), t * chunk), std::min(urls.size(), (t + 1) * chunk));
-    check(0, std::min(urls.size(), chunk));
-    for (auto &worker : workers)
-        worker.join();
+    for (auto it = byFolder.begin(); it != byFolder.end(); ++it)
+        groups.push_back(std::move(it.value()));
+
+    std::vector<char> found(urls.size(), 0);
+    const auto nameOf = [&](std::size_t i) {
+        const QByteArrayView path(paths[i]);
+        const qsizetype start = path.lastIndexOf('/') + 1;
+        return std::string_view(path.data() + start, static_cast<std::size_t>(path.size() - start));
+    };
+    const auto check = [&](const std::vector<std::size_t> &group) {
+        if (group.size() >= listingMinimum) {
+            std::vector<std::pair<std::string_view, std::size_t>> wanted;
+            wanted.reserve(group.size());
+            for (const std::size_t i : group)
+                wanted.emplace_back(nameOf(i), i);
+            std::sort(wanted.begin(), wanted.end());
+            const QByteArrayView first(paths[group.front()]);
+            forEachExistingEntry(first.first(std::max<qsizetype>(first.lastIndexOf('/'), 1)).toByteArray(),
+                                 [&](std::string_view name) {
+                const auto match = std::lower_bound(wanted.begin(), wanted.end(), std::pair(name, std::size_t{0}));
+                for (auto it = match; it != wanted.end() && it->first == name; ++it)
+                    found[it->second] = 1;
+            });
+        }
+        for (const std::size_t i : group) {
+            if (!found[i])
+                found[i] = fileExists(*urls[i]) ? 1 : 0;
+        }
+    };
+    Slices::forEach(groups.size(), Slices::count(groups.size()), [&](std::size_t, std::size_t begin, std::size_t end) {
+        for (std::size_t g = begin; g < end; ++g)
+            check(groups[g]);
+    });
     return found;
 }
 

@@ -123,6 +123,28 @@ TEST(DecodingErrors, NameTheLocation)
     }
 }
 
+TEST(DecodingErrors, LongArraysDecodeInOrderAndNameTheEarliestFailure)
+{
+    // Long enough to be decoded in slices on several threads.
+    std::vector<MediaTimecode> codes;
+    for (int i = 0; i < 1000; ++i)
+        codes.push_back(MediaTimecode{.value = i, .timescale = 30000, .source = MediaTimecode::Source::timecodeTrack, .text = QString::number(i)});
+    const QByteArray text = StateCoder::encode(codes);
+    EXPECT_EQ(StateCoder::decode<std::vector<MediaTimecode>>(text), codes);
+
+    QByteArray broken = text;
+    for (const int bad : {937, 611, 702}) {
+        const QByteArray key = "\"text\" : \"" + QByteArray::number(bad) + "\"";
+        broken.replace(key, "\"text\" : " + QByteArray::number(bad));
+    }
+    try {
+        (void)StateCoder::decode<std::vector<MediaTimecode>>(broken);
+        FAIL() << "decoded numbers as texts";
+    } catch (const DecodingError &e) {
+        EXPECT_STREQ(e.what(), "[611].text: expected a string, found a number");
+    }
+}
+
 TEST(Files, AtomicWriteReplacesWholeAndReadTreatsFailureAsAbsent)
 {
     test::TempDir dir;

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 
@@ -146,6 +147,35 @@ TEST_F(StateStoreTest, ManyFilesAreEachCheckedAgainstTheirOwnPath)
                 << p << "/" << f;
         }
     }
+}
+
+TEST_F(StateStoreTest, FilesInABigFolderCountOnlyWhenTheirPathLeadsToSomething)
+{
+    // A folder with many of the files is listed rather than checked file by
+    // file: links must still be followed, and entries other than files count.
+    const auto store = storeIn(m_store.path());
+    std::vector<ProjectFile> files;
+    for (int f = 0; f < 24; ++f)
+        files.push_back(fileAt(media(QString("big/f%1.mov").arg(f))));
+    const QString folder = QFileInfo(files[0].url.toLocalFile()).absolutePath();
+    ASSERT_EQ(::symlink("f1.mov", (folder + "/good link.mov").toUtf8().constData()), 0);
+    ASSERT_EQ(::symlink("nowhere.mov", (folder + "/dangling.mov").toUtf8().constData()), 0);
+    ASSERT_TRUE(QDir(folder).mkdir("Sub Folder"));
+    for (const QString name : {"good link.mov", "dangling.mov", "Sub Folder", "Sub Folder/", "never there.mov"})
+        files.push_back(fileAt(folder + "/" + name));
+    PersistedState state = PersistedState::fresh();
+    state.projects.push_back(projectWith(std::move(files)));
+    store.save(state);
+    ASSERT_TRUE(QFile::remove(folder + "/f5.mov"));
+
+    const auto loaded = store.load().projects.at(0).files;
+    ASSERT_EQ(loaded.size(), 29u);
+    std::vector<QString> failed;
+    for (const auto &file : loaded) {
+        if (file.state == ProjectFileState::failed)
+            failed.push_back(QFileInfo(file.url.toLocalFile()).fileName());
+    }
+    EXPECT_EQ(failed, (std::vector<QString>{"f5.mov", "dangling.mov", "never there.mov"}));
 }
 
 TEST_F(StateStoreTest, StyleVideosAreRequeuedOrFailed)
