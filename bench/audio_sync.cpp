@@ -157,12 +157,12 @@ void BM_MatchTakeInHour(benchmark::State &state)
 // The extractions of the stage and nothing else, run as the stage runs them.
 QCoro::Task<void> extractAll(const Media &m)
 {
-    auto reference = AudioSync::extractWAV(QUrl::fromLocalFile(m.external), QStringLiteral("external"));
+    auto reference = AudioSync::extractWAV(QUrl::fromLocalFile(m.external), QStringLiteral("bench-external"));
     QFile::remove((co_await std::move(reference)).toLocalFile());
     std::vector<QCoro::Task<QUrl>> takes;
     for (int i = 0; i < takeCount; ++i)
         takes.push_back(AudioSync::extractWAV(QUrl::fromLocalFile(m.takes[std::size_t(i)]),
-                                              QStringLiteral("take%1").arg(i + 1)));
+                                              QStringLiteral("bench-take%1").arg(i + 1)));
     for (auto &take : takes)
         QFile::remove((co_await std::move(take)).toLocalFile());
 }
@@ -189,9 +189,9 @@ void BM_RunC05(benchmark::State &state)
 {
     const Media &m = media();
     C0Probe probe;
-    probe.clips.push_back(probed(QStringLiteral("external"), m.external, ProjectFileRole::externalAudio));
+    probe.clips.push_back(probed(QStringLiteral("bench-external"), m.external, ProjectFileRole::externalAudio));
     for (int i = 0; i < takeCount; ++i)
-        probe.clips.push_back(probed(QStringLiteral("take%1").arg(i + 1), m.takes[std::size_t(i)],
+        probe.clips.push_back(probed(QStringLiteral("bench-take%1").arg(i + 1), m.takes[std::size_t(i)],
                                      ProjectFileRole::aRoll));
     const QTemporaryDir projects(QDir::tempPath() + QStringLiteral("/velum-bench-XXXXXX"));
     const ProjectWorkspace workspace{.overrideRoot = QUrl::fromLocalFile(projects.path())};

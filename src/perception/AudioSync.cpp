@@ -17,8 +17,9 @@ namespace velum::AudioSync {
 
 namespace {
 
-// FFTW's planner keeps global state: plans are made and destroyed one at a
-// time. Running a plan is safe from any thread.
+// FFTW's planner keeps global state: plans are made and destroyed, and its
+// buffers allocated and freed, one at a time. Running a plan is safe from
+// any thread.
 std::mutex &plannerMutex()
 {
     static std::mutex mutex;
@@ -26,12 +27,17 @@ std::mutex &plannerMutex()
 }
 
 struct FFTWFree {
-    void operator()(fftwf_complex *p) const { fftwf_free(p); }
+    void operator()(fftwf_complex *p) const
+    {
+        const std::lock_guard lock(plannerMutex());
+        fftwf_free(p);
+    }
 };
 using ComplexBuffer = std::unique_ptr<fftwf_complex[], FFTWFree>;
 
 ComplexBuffer complexBuffer(std::size_t size)
 {
+    const std::lock_guard lock(plannerMutex());
     auto *p = static_cast<fftwf_complex *>(fftwf_malloc(sizeof(fftwf_complex) * size));
     if (!p)
         throw std::bad_alloc();

@@ -328,9 +328,9 @@ TEST_F(SyncStageTest, WithoutReadableExternalAudioEveryClipFallsBackOnItsName)
     EXPECT_EQ(written(), alone);
 
     test::writeBytes(dir.file("recorder.wav"), "not sound\n");
-    probe.clips.push_back(clip("ext", dir.file("recorder.wav"), ProjectFileRole::externalAudio));
+    probe.clips.push_back(clip("recorder", dir.file("recorder.wav"), ProjectFileRole::externalAudio));
     const C05Sync unreadable = run(probe);
-    EXPECT_EQ(unreadable.externalClipId, QStringLiteral("ext"));
+    EXPECT_EQ(unreadable.externalClipId, QStringLiteral("recorder"));
     for (const auto &c : unreadable.clips) {
         EXPECT_FALSE(c.isSynced);
         EXPECT_EQ(c.note, QStringLiteral("External audio could not be read"));
