@@ -37,31 +37,6 @@ QJsonValue encoded(const T &value)
     return json::encode(value, json::KeyStyle::fieldNames);
 }
 
-// Runs a task to its end in a nested event loop and gives its value or
-// rethrows what it threw. The exception is caught inside a coroutine of our
-// own: one that escapes the task waitFor drives would leave the loop waiting
-// for ever.
-template <class T>
-QCoro::Task<std::pair<std::optional<T>, std::exception_ptr>> settled(QCoro::Task<T> task)
-{
-    std::pair<std::optional<T>, std::exception_ptr> result;
-    try {
-        result.first.emplace(co_await std::move(task));
-    } catch (...) {
-        result.second = std::current_exception();
-    }
-    co_return result;
-}
-
-template <class T>
-T wait(QCoro::Task<T> task)
-{
-    auto result = QCoro::waitFor(settled(std::move(task)));
-    if (result.second)
-        std::rethrow_exception(result.second);
-    return std::move(*result.first);
-}
-
 void print(const QJsonValue &value)
 {
     const QByteArray text = json::serialize(value);
@@ -69,20 +44,6 @@ void print(const QJsonValue &value)
     if (!text.endsWith('\n'))
         std::fputc('\n', stdout);
     std::fflush(stdout);
-}
-
-// The error in the user's words, and for a tool that failed the first line
-// it printed, which names what went wrong.
-void reportError(const std::exception &error)
-{
-    std::fprintf(stderr, "velum-cli: %s\n", error.what());
-    if (const auto *failure = dynamic_cast<const ProcessRunner::FailureError *>(&error)) {
-        if (const auto *failed = std::get_if<ProcessRunner::Failed>(&failure->failure())) {
-            const QString first = failed->output.trimmed().section(QLatin1Char('\n'), 0, 0);
-            std::fprintf(stderr, "velum-cli: %s exited with status %d%s%s\n", qUtf8Printable(failed->command),
-                         failed->status, first.isEmpty() ? "" : ": ", qUtf8Printable(first));
-        }
-    }
 }
 
 // One FILE argument, which must exist; otherwise a usage error.
@@ -118,8 +79,7 @@ int runProbe(const QStringList &arguments)
         const auto probe = wait(FFmpegRunner::probe(*url));
         print(encoded(probe));
     } catch (const std::exception &e) {
-        reportError(e);
-        return exitFailure;
+        return toolFailure(e);
     }
     return exitOk;
 }
@@ -155,8 +115,7 @@ int runValidate(const QStringList &arguments)
         const auto outcome = wait(MediaValidator::validate(url, *role));
         print(encoded(outcome));
     } catch (const std::exception &e) {
-        reportError(e);
-        return exitFailure;
+        return toolFailure(e);
     }
     return exitOk;
 }
@@ -212,8 +171,7 @@ int runPasses(const QStringList &arguments)
     try {
         print(wait(measure(*url)));
     } catch (const std::exception &e) {
-        reportError(e);
-        return exitFailure;
+        return toolFailure(e);
     }
     return exitOk;
 }

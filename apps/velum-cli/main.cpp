@@ -1,10 +1,13 @@
 #include "Command.h"
 
+#include "tools/ProcessRunner.h"
+
 #include <QCoreApplication>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <variant>
 
 namespace velum::cli {
 
@@ -24,6 +27,19 @@ int usageError(const QString &message)
 int failure(const std::exception &error)
 {
     std::fprintf(stderr, "velum-cli: %s\n", error.what());
+    return exitFailure;
+}
+
+int toolFailure(const std::exception &error)
+{
+    failure(error);
+    if (const auto *run = dynamic_cast<const ProcessRunner::FailureError *>(&error)) {
+        if (const auto *failed = std::get_if<ProcessRunner::Failed>(&run->failure())) {
+            const QString first = failed->output.trimmed().section(QLatin1Char('\n'), 0, 0);
+            std::fprintf(stderr, "velum-cli: %s exited with status %d%s%s\n", qUtf8Printable(failed->command),
+                         failed->status, first.isEmpty() ? "" : ": ", qUtf8Printable(first));
+        }
+    }
     return exitFailure;
 }
 

@@ -256,9 +256,7 @@ QCoro::Task<C0Probe> freshProbe(Project project, ProcessRunner runner, Cancellat
 Result writeDocument(Measurements document, std::vector<AudioFile> audio, const QString &outputDirectory)
 {
     const QString path = outputDirectory + QLatin1Char('/') + documentName;
-    // The document's own keys are its field names: the state coder's style.
-    // Everything else about the layout is the same under both coders.
-    const QByteArray bytes = StateCoder::encode(document);
+    const QByteArray bytes = StageCoder::encode(document);
     writeFileAtomically(path, bytes);
     return Result{std::move(document), fileURL(path), qint64(bytes.size()), std::move(audio)};
 }

@@ -9,10 +9,9 @@
 // Two jobs: a project (every usable clip of its probe document, measured at
 // once) and one published video that a style profile learns from (ingest).
 //
-// The document is written with the stage documents' layout (sorted keys,
-// whole-second dates, shortest doubles, absent optionals left out), but its
-// own keys are the field names as written. The probe and sync rows it embeds
-// keep the snake-case keys of their own documents.
+// The document is written by the stage coder like every stage document:
+// snake-case keys throughout (the embedded probe and sync rows included),
+// sorted, whole-second dates, shortest doubles, absent optionals left out.
 
 #include "model/Json.h"
 #include "model/Project.h"
@@ -37,31 +36,6 @@
 #include <variant>
 #include <vector>
 
-namespace velum::json {
-
-// A value coded in a key style of its own, whatever the style of the coder
-// around it. A stage record embedded in a document with other key rules keeps
-// the keys of its own document this way. It is the value itself (it derives
-// from it), so its members read as usual.
-template <class T, KeyStyle Style>
-struct FixedKeyStyle : T {
-    FixedKeyStyle() = default;
-    FixedKeyStyle(T value) : T(std::move(value)) {}
-
-    friend bool operator==(const FixedKeyStyle &, const FixedKeyStyle &) = default;
-};
-
-template <class T, KeyStyle Style>
-struct Coding<FixedKeyStyle<T, Style>> {
-    static QJsonValue encode(const FixedKeyStyle<T, Style> &value, KeyStyle)
-    {
-        return json::encode<T>(value, Style);
-    }
-    static FixedKeyStyle<T, Style> decode(const QJsonValue &value, KeyStyle) { return json::decode<T>(value, Style); }
-};
-
-} // namespace velum::json
-
 namespace velum::MeasurementsExporter {
 
 inline constexpr QLatin1StringView schema{"measurements/3"};
@@ -70,10 +44,6 @@ inline constexpr QLatin1StringView documentName{"measurements.json"};
 inline constexpr QLatin1StringView temporaryFolderName{"velum-measurements"};
 
 enum class JobType { process, ingest };
-
-// A stage record inside the document, under the stage documents' keys.
-template <class T>
-using StageRecord = json::FixedKeyStyle<T, json::KeyStyle::snakeCase>;
 
 struct Measurements {
     struct Meta {
@@ -140,10 +110,10 @@ struct Measurements {
     };
 
     struct Clip {
-        StageRecord<C0Probe::Clip> clip;
+        C0Probe::Clip clip;
         std::optional<qint64> sizeBytes;
         std::optional<Integrity> integrity;
-        std::optional<StageRecord<C05Sync::Clip>> sync; // this clip's row of the sync document
+        std::optional<C05Sync::Clip> sync; // this clip's row of the sync document
         std::optional<QDateTime> creationTime;
         std::optional<QDateTime> publishedAt; // ingest only
         std::optional<Cuts> cuts;             // ingest only

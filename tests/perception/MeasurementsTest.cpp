@@ -143,17 +143,16 @@ TEST_F(ProjectMeasurements, DocumentKeysAndHeader)
     const Result &result = shared->result;
     EXPECT_EQ(result.measurementsURL, file(shared->folder.file("out/measurements.json")));
     EXPECT_EQ(result.measurementsBytes, QFileInfo(shared->folder.file("out/measurements.json")).size());
-    EXPECT_EQ(StateCoder::decode<Measurements>(readFile(result.measurementsURL.toLocalFile()).value()),
+    EXPECT_EQ(StageCoder::decode<Measurements>(readFile(result.measurementsURL.toLocalFile()).value()),
               result.document);
 
-    // The document's own keys are field names; the embedded probe and sync
-    // rows keep the keys of their own documents.
+    // Keys in snake case throughout, as in every stage document.
     const QJsonObject &json = shared->json;
     EXPECT_EQ(json[u"schema"].toString(), QStringLiteral("measurements/3"));
-    EXPECT_EQ(json[u"jobType"].toString(), QStringLiteral("process"));
-    EXPECT_EQ(json[u"projectId"].toString(), shared->project.id.toString(QUuid::WithoutBraces).toUpper());
-    EXPECT_EQ(json[u"externalClipId"].toString(), QStringLiteral("mic"));
-    EXPECT_FALSE(json[u"meta"].toObject()[u"ffmpegVersion"].toString().isEmpty());
+    EXPECT_EQ(json[u"job_type"].toString(), QStringLiteral("process"));
+    EXPECT_EQ(json[u"project_id"].toString(), shared->project.id.toString(QUuid::WithoutBraces).toUpper());
+    EXPECT_EQ(json[u"external_clip_id"].toString(), QStringLiteral("mic"));
+    EXPECT_FALSE(json[u"meta"].toObject()[u"ffmpeg_version"].toString().isEmpty());
 
     const QJsonArray clips = json[u"clips"].toArray();
     ASSERT_EQ(clips.size(), 5); // the failed file is left out; probe order
@@ -167,16 +166,16 @@ TEST_F(ProjectMeasurements, DocumentKeysAndHeader)
     EXPECT_TRUE(synced[u"sync"][u"is_synced"].toBool());
     EXPECT_EQ(synced[u"sync"][u"offset_s"].toDouble(), 1.0);
     EXPECT_EQ(synced[u"sync"][u"sync_source"].toString(), QStringLiteral("cross_correlation"));
-    EXPECT_GT(synced[u"sizeBytes"].toInteger(), 0);
-    EXPECT_EQ(synced[u"creationTime"].toString(), QStringLiteral("2024-03-01T09:30:00Z"));
+    EXPECT_GT(synced[u"size_bytes"].toInteger(), 0);
+    EXPECT_EQ(synced[u"creation_time"].toString(), QStringLiteral("2024-03-01T09:30:00Z"));
     EXPECT_EQ(synced[u"integrity"][u"version"].toString(), QStringLiteral("media-integrity/2"));
-    EXPECT_TRUE(synced[u"integrity"][u"frameLossRatio"].isDouble());
-    EXPECT_EQ(synced[u"silences"][u"noiseDb"].toDouble(), -35);
-    EXPECT_EQ(synced[u"silences"][u"minDurationS"].toDouble(), 0.2);
-    EXPECT_TRUE(synced[u"silences"][u"intervals"][0][u"endS"].isDouble());
-    EXPECT_EQ(synced[u"envelope"][u"rateHz"].toDouble(), 200);
+    EXPECT_TRUE(synced[u"integrity"][u"frame_loss_ratio"].isDouble());
+    EXPECT_EQ(synced[u"silences"][u"noise_db"].toDouble(), -35);
+    EXPECT_EQ(synced[u"silences"][u"min_duration_s"].toDouble(), 0.2);
+    EXPECT_TRUE(synced[u"silences"][u"intervals"][0][u"end_s"].isDouble());
+    EXPECT_EQ(synced[u"envelope"][u"rate_hz"].toDouble(), 200);
     EXPECT_EQ(synced[u"motion"][u"version"].toString(), QStringLiteral("motion-envelope/1"));
-    EXPECT_EQ(synced[u"audioName"].toString(), QStringLiteral("synced.m4a"));
+    EXPECT_EQ(synced[u"audio_name"].toString(), QStringLiteral("synced.m4a"));
 }
 
 TEST_F(ProjectMeasurements, SyncedARollIsMeasuredOnTheMicrophoneFromItsOffset)
@@ -356,7 +355,7 @@ TEST(MeasurementsIngest, OnePublishedVideo)
     EXPECT_FALSE(clip.motion);
     EXPECT_TRUE(result.audio.empty());
     const QJsonObject json = json::parse(readFile(folder.file("out/measurements.json")).value()).toObject();
-    EXPECT_EQ(json[u"jobType"].toString(), QStringLiteral("ingest"));
+    EXPECT_EQ(json[u"job_type"].toString(), QStringLiteral("ingest"));
     EXPECT_EQ(json[u"clips"][0][u"cuts"][u"events"][0].toObject().keys(), QStringList({"confidence", "score", "t"}));
 
     // A given date wins. A video with sound is measured as an A-roll clip.
