@@ -84,11 +84,11 @@ void appendUtf8(QByteArray &out, const QString &text)
     const qsizetype at = out.size();
     out.resize(at + size);
     char *to = out.data() + at;
-    const ushort *from = text.utf16();
+    const QChar *from = text.constData();
     ushort any = 0;
     for (qsizetype i = 0; i < size; ++i) {
-        any |= from[i];
-        to[i] = static_cast<char>(from[i]);
+        any |= from[i].unicode();
+        to[i] = static_cast<char>(from[i].unicode());
     }
     if (any >= 0x80) {
         out.truncate(at);
