@@ -2,7 +2,10 @@
 # Installs what is missing, builds Velum and runs its main job on the example
 # project: a small finished project made from scratch (synthetic footage with
 # synthesised speech, an external microphone track and the documents of a
-# finished job), opened for review exactly as the application opens it.
+# finished job). Its media go through the local stages (every file judged,
+# the takes synced to the microphone, the measurements and speech audio for
+# the service written), and the finished project is opened for review
+# exactly as the application opens it.
 set -eu
 cd "$(dirname "$0")/.."
 
@@ -18,6 +21,13 @@ OUT=${VELUM_EXAMPLE_DIR:-examples/out}
 PROJECT="$OUT/project"
 mkdir -p "$OUT"
 sh examples/make-example-project.sh --force "$PROJECT"
+
+# What Velum does on this machine before a project goes to the service. The
+# takes should land at the offsets the example was built with (printed above).
+rm -rf "$OUT/perceived" "$OUT/measurements"
+"$CLI" perceive "$OUT/perceived" \
+    --a-roll "$PROJECT/media/A001.mp4" "$PROJECT/media/A002.mp4" "$PROJECT/media/A003.mov" \
+    --external "$PROJECT/media/external_mic.wav" --out "$OUT/measurements"
 
 # The screens are not there yet: the review model is built by the headless
 # tool. Notes on stored edits and the plan go to standard output.
