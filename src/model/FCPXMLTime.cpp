@@ -2,6 +2,7 @@
 
 #include <QHashFunctions>
 
+#include <charconv>
 #include <cmath>
 #include <limits>
 
@@ -52,9 +53,18 @@ namespace {
 constexpr qint64 int64Max = std::numeric_limits<qint64>::max();
 constexpr qint64 int64Min = std::numeric_limits<qint64>::min();
 
-QString rational(qint64 value, qint64 timescale)
+// "<value>/<timescale>s", or "<value>s" without a timescale, built in one
+// buffer: a timeline has tens of thousands of these.
+QString seconds(qint64 value, std::optional<qint64> timescale = std::nullopt)
 {
-    return QString::number(value) + QLatin1Char('/') + QString::number(timescale) + QLatin1Char('s');
+    char buffer[48];
+    char *end = std::to_chars(buffer, buffer + 20, value).ptr;
+    if (timescale) {
+        *end++ = '/';
+        end = std::to_chars(end, end + 20, *timescale).ptr;
+    }
+    *end++ = 's';
+    return QString::fromLatin1(buffer, end - buffer);
 }
 
 // A base-10 integer with an optional sign and at least one digit; nothing
@@ -127,7 +137,7 @@ QString FCPXMLTime::attribute() const
     if (value == 0)
         return QStringLiteral("0s");
     if (timescale == 1)
-        return QString::number(value) + QLatin1Char('s');
+        return seconds(value);
     // A timescale of -1 divides everything; its quotient may not fit in a
     // signed 64-bit integer, so it is written through the unsigned negation.
     if (timescale == -1) {
@@ -135,15 +145,15 @@ QString FCPXMLTime::attribute() const
         return (value < 0 ? QString() : QStringLiteral("-")) + QString::number(magnitude) + QLatin1Char('s');
     }
     if (timescale != 0 && value % timescale == 0)
-        return QString::number(value / timescale) + QLatin1Char('s');
-    return rational(value, timescale);
+        return seconds(value / timescale);
+    return seconds(value, timescale);
 }
 
 QString FCPXMLTime::nativeAttribute() const
 {
     if (value == 0)
         return QStringLiteral("0s");
-    return rational(value, timescale);
+    return seconds(value, timescale);
 }
 
 std::optional<FCPXMLTime> FCPXMLTime::parse(QStringView text)
