@@ -24,9 +24,10 @@
 #include "perception/SyncStage.h"
 #include "tools/ProcessRunner.h"
 
+#include "Async.h"
+
 #include <benchmark/benchmark.h>
 
-#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -118,21 +119,7 @@ double processorSeconds()
     return total;
 }
 
-void ensureApplication()
-{
-    static int argc = 1;
-    static char name[] = "bench_audio_sync";
-    static char *argv[] = {name, nullptr};
-    static std::unique_ptr<QCoreApplication> app =
-        QCoreApplication::instance() ? nullptr : std::make_unique<QCoreApplication>(argc, argv);
-}
-
-template <class T>
-T wait(QCoro::Task<T> task)
-{
-    ensureApplication();
-    return QCoro::waitFor(std::move(task));
-}
+using bench::wait;
 
 std::vector<float> envelopeOf(const QString &path, const QString &clipId)
 {

@@ -17,9 +17,10 @@
 #include "tools/MediaValidator.h"
 #include "tools/ProcessRunner.h"
 
+#include "Async.h"
+
 #include <benchmark/benchmark.h>
 
-#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -75,21 +76,7 @@ const QString &mediaFile()
     return path;
 }
 
-void ensureApplication()
-{
-    static int argc = 1;
-    static char name[] = "bench_media_validator";
-    static char *argv[] = {name, nullptr};
-    static std::unique_ptr<QCoreApplication> app =
-        QCoreApplication::instance() ? nullptr : std::make_unique<QCoreApplication>(argc, argv);
-}
-
-template <class T>
-T wait(QCoro::Task<T> task)
-{
-    ensureApplication();
-    return QCoro::waitFor(std::move(task));
-}
+using bench::wait;
 
 void BM_DecodeFloor(benchmark::State &state)
 {
