@@ -24,6 +24,7 @@
 
 using namespace velum;
 using namespace velum::FCPXMLValidation;
+using namespace Qt::StringLiterals;
 
 // Readable failures: texts print as text.
 static void PrintTo(const QString &text, std::ostream *os)
@@ -35,26 +36,27 @@ namespace {
 
 // --- The DTD lookup ------------------------------------------------------------
 
-// Points VELUM_FCPXML_DTD at a file for the life of the object, and puts the
-// previous value back afterwards.
-class DTDOverride {
+// Points an environment variable at a path for the life of the object, and
+// puts the previous value back afterwards.
+class PathOverride {
 public:
-    explicit DTDOverride(const QString &path)
-        : m_had(qEnvironmentVariableIsSet(dtdEnvironmentVariable)), m_previous(qgetenv(dtdEnvironmentVariable))
+    PathOverride(const char *variable, const QString &path)
+        : m_variable(variable), m_had(qEnvironmentVariableIsSet(variable)), m_previous(qgetenv(variable))
     {
-        qputenv(dtdEnvironmentVariable, QFile::encodeName(path));
+        qputenv(variable, QFile::encodeName(path));
     }
-    ~DTDOverride()
+    ~PathOverride()
     {
         if (m_had)
-            qputenv(dtdEnvironmentVariable, m_previous);
+            qputenv(m_variable, m_previous);
         else
-            qunsetenv(dtdEnvironmentVariable);
+            qunsetenv(m_variable);
     }
-    DTDOverride(const DTDOverride &) = delete;
-    DTDOverride &operator=(const DTDOverride &) = delete;
+    PathOverride(const PathOverride &) = delete;
+    PathOverride &operator=(const PathOverride &) = delete;
 
 private:
+    const char *m_variable;
     bool m_had;
     QByteArray m_previous;
 };
@@ -74,13 +76,13 @@ QByteArray permissiveDTD(const QString &xml)
     }
     QString dtd;
     for (const auto &[element, names] : attributes) {
-        dtd += QStringLiteral("<!ELEMENT %1 ANY>\n").arg(element);
+        dtd += u"<!ELEMENT %1 ANY>\n"_s.arg(element);
         if (names.empty())
             continue;
-        dtd += QStringLiteral("<!ATTLIST %1").arg(element);
+        dtd += u"<!ATTLIST %1"_s.arg(element);
         for (const auto &name : names)
-            dtd += QStringLiteral("\n    %1 CDATA #IMPLIED").arg(name);
-        dtd += QStringLiteral(">\n");
+            dtd += u"\n    %1 CDATA #IMPLIED"_s.arg(name);
+        dtd += u">\n"_s;
     }
     return dtd.toUtf8();
 }
@@ -95,8 +97,8 @@ ClipMedia cameraMedia(const QString &clipId, double durationS, double fps, int w
     media.fps = fps;
     media.width = width;
     media.height = height;
-    media.videoCodec = QStringLiteral("h264");
-    media.audioCodec = QStringLiteral("aac");
+    media.videoCodec = u"h264"_s;
+    media.audioCodec = u"aac"_s;
     media.audioSampleRate = 48000;
     media.audioChannels = 2;
     return media;
@@ -124,7 +126,7 @@ struct Project {
     test::TempDir dir;
     ExportPlan plan;
 
-    QString mediaPath(const QString &name) const { return dir.file(QStringLiteral("media/") + name); }
+    QString mediaPath(const QString &name) const { return dir.file(u"media/"_s + name); }
 
     Project()
     {
@@ -132,31 +134,31 @@ struct Project {
             test::writeBytes(mediaPath(name), QByteArray("placeholder"));
 
         ExportPlan::Clip a;
-        a.clipId = QStringLiteral("a");
-        a.filename = QStringLiteral("a take.mov");
+        a.clipId = u"a"_s;
+        a.filename = u"a take.mov"_s;
         a.url = QUrl::fromLocalFile(mediaPath(a.filename));
         a.media = cameraMedia(a.clipId, 6, 25, 1920, 1080);
         a.externalOffsetS = 1.5;
         a.segments = {kept(0, 1), removed(1, 1.32, CutReason::filler), kept(1.32, 4), removed(4, 6, CutReason::manual)};
 
         ExportPlan::Clip b;
-        b.clipId = QStringLiteral("b");
-        b.filename = QStringLiteral("b take.mov");
+        b.clipId = u"b"_s;
+        b.filename = u"b take.mov"_s;
         b.url = QUrl::fromLocalFile(mediaPath(b.filename));
         b.media = cameraMedia(b.clipId, 3, 24, 1080, 1920);
         b.media.startTimecode = MediaTimecode{86400000, 24000, MediaTimecode::Source::timecodeTrack, "01:00:00:00"};
         b.segments = {kept(0, 2), removed(2, 2.5, CutReason::silence), kept(2.5, 3)};
 
         ExportPlan::ExternalAudio mic;
-        mic.clipId = QStringLiteral("mic");
-        mic.filename = QStringLiteral("mic.wav");
+        mic.clipId = u"mic"_s;
+        mic.filename = u"mic.wav"_s;
         mic.url = QUrl::fromLocalFile(mediaPath(mic.filename));
         mic.durationS = 20;
         mic.sampleRate = 48000;
         mic.channels = 1;
         mic.startTimecode = MediaTimecode{172800000, 48000, MediaTimecode::Source::bwfTimeReference, "01:00:00.000"};
 
-        plan.projectName = QStringLiteral("Launch & <video>");
+        plan.projectName = u"Launch & <video>"_s;
         plan.clips = {a, b};
         plan.externalAudio = mic;
         ExportPlanner::assignTimeline(plan);
@@ -170,7 +172,7 @@ struct Project {
 class FCPXMLValidationTest : public ::testing::Test {
 protected:
     Project project;
-    DTDOverride noDTD{project.dir.file(QStringLiteral("no such.dtd"))};
+    PathOverride noDTD{dtdEnvironmentVariable, project.dir.file(u"no such.dtd"_s)};
 };
 
 const Check &check(const Report &report, const QString &name)
@@ -215,7 +217,7 @@ std::vector<QDomElement> named(const QDomDocument &document, const QString &name
 std::vector<QDomElement> spineClips(const QDomDocument &document)
 {
     std::vector<QDomElement> out;
-    const QDomElement spine = named(document, QStringLiteral("spine")).front();
+    const QDomElement spine = named(document, u"spine"_s).front();
     for (QDomElement c = spine.firstChildElement(); !c.isNull(); c = c.nextSiblingElement())
         out.push_back(c);
     return out;
@@ -224,8 +226,8 @@ std::vector<QDomElement> spineClips(const QDomDocument &document)
 std::vector<QDomElement> rideAlongs(const QDomDocument &document)
 {
     std::vector<QDomElement> out;
-    for (const auto &element : named(document, QStringLiteral("asset-clip"))) {
-        if (element.attribute(QStringLiteral("enabled")) == QLatin1String("0"))
+    for (const auto &element : named(document, u"asset-clip"_s)) {
+        if (element.attribute(u"enabled"_s) == QLatin1String("0"))
             out.push_back(element);
     }
     return out;
@@ -268,9 +270,8 @@ TEST_F(FCPXMLValidationTest, CorrectFilePassesEveryCheckInOrder)
     const ExportPlan &plan = project.plan;
     EXPECT_EQ(check(report, keptClipsOnlyName).detail, "4 kept clip(s)");
     EXPECT_EQ(check(report, contiguousName).detail, "4 clip(s), no holes");
-    EXPECT_EQ(check(report, rideAlongCountName).detail,
-              QStringLiteral("xml %1 vs plan %1").arg(plan.disabledCount()));
-    EXPECT_EQ(check(report, segmentCountName).detail, QStringLiteral("xml 4 + 3 vs plan %1").arg(plan.segmentCount()));
+    EXPECT_EQ(check(report, rideAlongCountName).detail, u"xml %1 vs plan %1"_s.arg(plan.disabledCount()));
+    EXPECT_EQ(check(report, segmentCountName).detail, u"xml 4 + 3 vs plan %1"_s.arg(plan.segmentCount()));
     EXPECT_EQ(check(report, assetsRelinkName).detail, "3 asset(s)");
     EXPECT_EQ(check(report, assetTimecodeName).detail, "3 asset(s), 2 timecoded");
     EXPECT_EQ(check(report, keptDurationName).detail,
@@ -310,8 +311,7 @@ TEST_F(FCPXMLValidationTest, ThePlanItCameFromMatters)
 
 TEST_F(FCPXMLValidationTest, TextThatDoesNotParseStopsAtTheFirstCheck)
 {
-    for (const QString &text : {QString(), QStringLiteral("<fcpxml version=\"1.13\"><resources></fcpxml>"),
-                                QStringLiteral("not xml at all")}) {
+    for (const QString &text : {QString(), u"<fcpxml version=\"1.13\"><resources></fcpxml>"_s, u"not xml at all"_s}) {
         const Report report = validate(text, project.plan);
         ASSERT_EQ(report.checks.size(), 1u) << text.toStdString();
         EXPECT_EQ(report.checks[0].name, wellFormedName);
@@ -324,63 +324,130 @@ TEST_F(FCPXMLValidationTest, TextThatDoesNotParseStopsAtTheFirstCheck)
 
 // --- Each fault, caught -------------------------------------------------------------------
 
-TEST_F(FCPXMLValidationTest, CatchesReferenceFaults)
+// The microphone's clip under the first camera clip.
+QDomElement micClip(const QDomDocument &d)
 {
-    // A format that nothing uses.
-    const QString orphan = damaged(project.text(), [](QDomDocument &d) {
-        QDomElement format = d.createElement(QStringLiteral("format"));
-        format.setAttribute(QStringLiteral("id"), QStringLiteral("r99"));
-        format.setAttribute(QStringLiteral("name"), QStringLiteral("FFVideoFormat720p25"));
-        format.setAttribute(QStringLiteral("frameDuration"), QStringLiteral("100/2500s"));
-        named(d, QStringLiteral("resources")).front().appendChild(format);
-    });
-    Report report = validate(orphan, project.plan);
-    EXPECT_EQ(failing(report), QStringList{resourcesReferencedName});
-    EXPECT_EQ(check(report, resourcesReferencedName).detail, "orphaned: r99");
-
-    // A ride-along that names an asset that is not there.
-    const QString unresolved = damaged(project.text(), [](QDomDocument &d) {
-        rideAlongs(d).front().setAttribute(QStringLiteral("ref"), QStringLiteral("r42"));
-    });
-    report = validate(unresolved, project.plan);
-    EXPECT_FALSE(check(report, referencesResolveName).passed);
-    EXPECT_EQ(check(report, referencesResolveName).detail, "unresolved: r42");
-    EXPECT_EQ(check(report, referenceKindsName).detail, "asset-clip@ref=r42 → <missing>");
-
-    // A clip whose reference names a format instead of an asset.
-    const QString wrongKind = damaged(project.text(), [](QDomDocument &d) {
-        rideAlongs(d).back().setAttribute(QStringLiteral("format"), QStringLiteral("r4"));
-    });
-    report = validate(wrongKind, project.plan);
-    EXPECT_EQ(failing(report), QStringList{referenceKindsName});
-    EXPECT_EQ(check(report, referenceKindsName).detail, "asset-clip@format=r4 → <asset>");
+    for (const auto &clip : named(d, u"asset-clip"_s)) {
+        if (clip.attribute(u"lane"_s) == QLatin1String("-1"))
+            return clip;
+    }
+    return {};
 }
 
-TEST_F(FCPXMLValidationTest, CatchesSequenceFormatFaults)
+TEST_F(FCPXMLValidationTest, CatchesEachFaultByName)
 {
-    Report report = validate(damaged(project.text(),
-                                     [](QDomDocument &d) {
-                                         named(d, QStringLiteral("format")).front().removeAttribute(
-                                             QStringLiteral("height"));
-                                     }),
-                             project.plan);
-    EXPECT_EQ(failing(report), QStringList{sequenceFormatName});
-    EXPECT_EQ(check(report, sequenceFormatName).detail, "format r1 is missing height");
+    struct Fault {
+        const char *what;
+        std::function<void(QDomDocument &)> edit;
+        QString check;
+        QString detail;
+        bool alone = true; // no other check fails
+    };
+    const ExportPlan &plan = project.plan;
+    const std::vector<Fault> faults{
+        {"a format that nothing uses",
+         [](QDomDocument &d) {
+             QDomElement format = d.createElement(u"format"_s);
+             format.setAttribute(u"id"_s, u"r99"_s);
+             format.setAttribute(u"name"_s, u"FFVideoFormat720p25"_s);
+             format.setAttribute(u"frameDuration"_s, u"100/2500s"_s);
+             named(d, u"resources"_s).front().appendChild(format);
+         },
+         resourcesReferencedName, u"orphaned: r99"_s},
+        {"a reference that names a format instead of an asset",
+         [](QDomDocument &d) { rideAlongs(d).back().setAttribute(u"format"_s, u"r4"_s); }, referenceKindsName,
+         u"asset-clip@format=r4 → <asset>"_s},
+        {"a format without its height",
+         [](QDomDocument &d) { named(d, u"format"_s).front().removeAttribute(u"height"_s); }, sequenceFormatName,
+         u"format r1 is missing height"_s},
+        {"a sequence whose format is an asset",
+         [](QDomDocument &d) { named(d, u"sequence"_s).front().setAttribute(u"format"_s, u"r2"_s); },
+         sequenceFormatName, u"r2 is <asset>, not a <format>"_s, false},
+        {"no sequence", [](QDomDocument &d) { named(d, u"sequence"_s).front().setTagName(u"sequence-was-here"_s); },
+         sequenceFormatName, u"no sequence"_s, false},
+        {"media references that cannot relink",
+         [](QDomDocument &d) {
+             auto reps = named(d, u"media-rep"_s);
+             reps[0].setAttribute(u"src"_s, u"https://example.com/a.mov"_s);
+             reps[1].setAttribute(u"kind"_s, u"proxy-media"_s);
+             reps[2].removeAttribute(u"src"_s);
+         },
+         assetsRelinkName,
+         u"a take.mov: src is not an absolute file:// URL — https://example.com/a.mov, "
+         "b take.mov: no original-media rep, mic.wav: src missing or unparseable"_s,
+         false},
+        // The microphone's clip names the camera's video format, and the
+        // microphone's file turns out to have no sound.
+        {"clips asking for media their asset lacks",
+         [](QDomDocument &d) {
+             QDomElement mic = micClip(d);
+             mic.setAttribute(u"format"_s, u"r1"_s);
+             mic.setAttribute(u"srcEnable"_s, u"audio"_s);
+             for (auto &asset : named(d, u"asset"_s)) {
+                 if (asset.attribute(u"name"_s) == QLatin1String("mic.wav"))
+                     asset.removeAttribute(u"hasAudio"_s);
+             }
+         },
+         mediaDemandName,
+         u"<asset-clip> mic.wav needs audio, mic.wav has none, <asset-clip> mic.wav is audio-only but inherits or "
+         "names a video format (r1) — it needs its own FFVideoFormatRateUndefined format"_s,
+         false},
+        {"times that are not rational seconds",
+         [](QDomDocument &d) {
+             spineClips(d)[1].setAttribute(u"duration"_s, u"2.68s"_s);
+             named(d, u"sequence"_s).front().setAttribute(u"tcStart"_s, u"0/0s"_s);
+         },
+         timeFormatName, u"?@tcStart=0/0s, a take.mov@duration=2.68s"_s, false},
+        // A millisecond late: off the 25 fps grid, but within half a frame of
+        // where the clip belongs, so only the grid check notices.
+        {"an offset off the frame grid",
+         [](QDomDocument &d) {
+             QDomElement second = spineClips(d)[1];
+             const double offset = seconds(second.attribute(u"offset"_s));
+             second.setAttribute(u"offset"_s, u"%1/1000s"_s.arg(std::llround(offset * 1000) + 1));
+         },
+         frameAlignedName, u"a take.mov@offset=1001/1000s"_s},
+        // The 24 fps clip's offset sits on the 25 fps sequence grid, which is
+        // all an offset needs; a start one 25 fps frame in is off its own grid.
+        {"a start off the clip's own grid",
+         [](QDomDocument &d) { spineClips(d)[2].setAttribute(u"start"_s, u"86400960/24000s"_s); }, frameAlignedName,
+         u"b take.mov@start=86400960/24000s"_s, false},
+        {"a disabled clip in the storyline",
+         [](QDomDocument &d) { spineClips(d)[1].setAttribute(u"enabled"_s, u"0"_s); }, keptClipsOnlyName,
+         u"1 disabled clip(s) in the storyline: a take.mov"_s},
+        // The last clip of "b" starts half a second earlier, in the cut silence.
+        {"audio that plays a removed range",
+         [](QDomDocument &d) { spineClips(d).back().setAttribute(u"start"_s, u"86448000/24000s"_s); }, ghostAudioName,
+         u"1 leak(s): b take.mov plays 3602.000–3602.500s, which was removed (3602.000–3602.500s, 500 ms of it)"_s},
+        {"a sequence longer than the cut",
+         [](QDomDocument &d) { named(d, u"sequence"_s).front().setAttribute(u"duration"_s, u"9s"_s); },
+         sequenceDurationName,
+         QString::asprintf("sequence 9.000s, spine %.3fs, plan kept %.3fs (raw material %.3fs)", plan.keptDuration(),
+                           plan.keptDuration(), plan.sourceDuration())},
+    };
+    for (const Fault &fault : faults) {
+        SCOPED_TRACE(fault.what);
+        const Report report = validate(damaged(project.text(), fault.edit), plan);
+        EXPECT_FALSE(check(report, fault.check).passed);
+        EXPECT_EQ(check(report, fault.check).detail, fault.detail);
+        if (fault.alone) {
+            EXPECT_EQ(failing(report), QStringList{fault.check});
+        }
+    }
 
-    report = validate(damaged(project.text(),
-                              [](QDomDocument &d) {
-                                  named(d, QStringLiteral("sequence")).front().setAttribute(QStringLiteral("format"),
-                                                                                            QStringLiteral("r2"));
-                              }),
-                      project.plan);
-    EXPECT_EQ(check(report, sequenceFormatName).detail, "r2 is <asset>, not a <format>");
+    // A ride-along that names an asset that is not there: both reference
+    // checks say so.
+    const Report unresolved = validate(
+        damaged(project.text(), [](QDomDocument &d) { rideAlongs(d).front().setAttribute(u"ref"_s, u"r42"_s); }), plan);
+    EXPECT_FALSE(check(unresolved, referencesResolveName).passed);
+    EXPECT_EQ(check(unresolved, referencesResolveName).detail, "unresolved: r42");
+    EXPECT_EQ(check(unresolved, referenceKindsName).detail, "asset-clip@ref=r42 → <missing>");
 
-    const QString noSequence = damaged(project.text(), [](QDomDocument &d) {
-        QDomElement sequence = named(d, QStringLiteral("sequence")).front();
-        sequence.setTagName(QStringLiteral("sequence-was-here"));
+    // Exact arithmetic: 3600 s and 1001/24000 s frames need no tolerance.
+    const QString exact = damaged(project.text(), [](QDomDocument &d) {
+        spineClips(d)[2].setAttribute(u"start"_s, u"3600s"_s);
     });
-    report = validate(noSequence, project.plan);
-    EXPECT_EQ(check(report, sequenceFormatName).detail, "no sequence");
+    EXPECT_TRUE(check(validate(exact, plan), frameAlignedName).passed);
 }
 
 TEST_F(FCPXMLValidationTest, CatchesMediaMovedAfterWriting)
@@ -393,57 +460,13 @@ TEST_F(FCPXMLValidationTest, CatchesMediaMovedAfterWriting)
               "a take.mov: media missing at " + project.mediaPath("a take.mov"));
 }
 
-TEST_F(FCPXMLValidationTest, CatchesMediaReferencesThatCannotRelink)
-{
-    const QString xml = damaged(project.text(), [](QDomDocument &d) {
-        auto reps = named(d, QStringLiteral("media-rep"));
-        reps[0].setAttribute(QStringLiteral("src"), QStringLiteral("https://example.com/a.mov"));
-        reps[1].setAttribute(QStringLiteral("kind"), QStringLiteral("proxy-media"));
-        reps[2].removeAttribute(QStringLiteral("src"));
-    });
-    const Check relink = check(validate(xml, project.plan), assetsRelinkName);
-    EXPECT_FALSE(relink.passed);
-    EXPECT_EQ(relink.detail, "a take.mov: src is not an absolute file:// URL — https://example.com/a.mov, "
-                             "b take.mov: no original-media rep, mic.wav: src missing or unparseable");
-}
-
-TEST_F(FCPXMLValidationTest, CatchesClipsAskingForMediaTheirAssetLacks)
-{
-    // The microphone's clip under the camera names the camera's video
-    // format, and a camera file turns out to have no sound.
-    const QString xml = damaged(project.text(), [](QDomDocument &d) {
-        for (auto &clip : named(d, QStringLiteral("asset-clip"))) {
-            if (clip.attribute(QStringLiteral("lane")) == QLatin1String("-1")) {
-                clip.setAttribute(QStringLiteral("format"), QStringLiteral("r1"));
-                clip.setAttribute(QStringLiteral("srcEnable"), QStringLiteral("audio"));
-                break;
-            }
-        }
-        for (auto &asset : named(d, QStringLiteral("asset"))) {
-            if (asset.attribute(QStringLiteral("name")) == QLatin1String("mic.wav"))
-                asset.removeAttribute(QStringLiteral("hasAudio"));
-        }
-    });
-    const Check demand = check(validate(xml, project.plan), mediaDemandName);
-    EXPECT_FALSE(demand.passed);
-    EXPECT_EQ(demand.detail, "<asset-clip> mic.wav needs audio, mic.wav has none, "
-                             "<asset-clip> mic.wav is audio-only but inherits or names a video format (r1) — it needs "
-                             "its own FFVideoFormatRateUndefined format");
-}
-
 TEST_F(FCPXMLValidationTest, CatchesRangesOutsideTheirAssetOrHost)
 {
     // The last clip reads a second past the end of its file, and the
     // microphone under the first clip runs past the end of its host.
     const QString xml = damaged(project.text(), [](QDomDocument &d) {
-        QDomElement last = spineClips(d).back();
-        last.setAttribute(QStringLiteral("duration"), QStringLiteral("36/24s"));
-        for (auto &clip : named(d, QStringLiteral("asset-clip"))) {
-            if (clip.attribute(QStringLiteral("lane")) == QLatin1String("-1")) {
-                clip.setAttribute(QStringLiteral("duration"), QStringLiteral("2s"));
-                break;
-            }
-        }
+        spineClips(d).back().setAttribute(u"duration"_s, u"36/24s"_s);
+        micClip(d).setAttribute(u"duration"_s, u"2s"_s);
     });
     const Check ranges = check(validate(xml, project.plan), rangesInBoundsName);
     EXPECT_FALSE(ranges.passed);
@@ -466,51 +489,6 @@ TEST_F(FCPXMLValidationTest, CatchesAnAssetStartThatIsNotItsTimecode)
                                "every reference into it points at time the file does not contain");
 }
 
-TEST_F(FCPXMLValidationTest, CatchesTimesThatAreNotRationalSeconds)
-{
-    const QString xml = damaged(project.text(), [](QDomDocument &d) {
-        spineClips(d)[1].setAttribute(QStringLiteral("duration"), QStringLiteral("2.68s"));
-        named(d, QStringLiteral("sequence")).front().setAttribute(QStringLiteral("tcStart"), QStringLiteral("0/0s"));
-    });
-    const Report report = validate(xml, project.plan);
-    const Check times = check(report, timeFormatName);
-    EXPECT_FALSE(times.passed);
-    EXPECT_EQ(times.detail, "?@tcStart=0/0s, a take.mov@duration=2.68s");
-}
-
-TEST_F(FCPXMLValidationTest, CatchesAnOffsetOffTheFrameGrid)
-{
-    // A millisecond late: off the 25 fps grid, but within half a frame of
-    // where the clip belongs, so only the grid check notices.
-    const QString xml = damaged(project.text(), [](QDomDocument &d) {
-        QDomElement second = spineClips(d)[1];
-        const double offset = seconds(second.attribute(QStringLiteral("offset")));
-        second.setAttribute(QStringLiteral("offset"),
-                            QStringLiteral("%1/1000s").arg(static_cast<qint64>(std::llround(offset * 1000)) + 1));
-    });
-    const Report report = validate(xml, project.plan);
-    EXPECT_EQ(failing(report), QStringList{frameAlignedName});
-    EXPECT_EQ(check(report, frameAlignedName).detail, "a take.mov@offset=1001/1000s");
-}
-
-TEST_F(FCPXMLValidationTest, StartIsJudgedOnTheClipsOwnGrid)
-{
-    // The 24 fps clip's offset sits on the 25 fps sequence grid, which is
-    // all an offset needs; a start one 25 fps frame in is off its own grid.
-    const QString xml = damaged(project.text(), [](QDomDocument &d) {
-        spineClips(d)[2].setAttribute(QStringLiteral("start"), QStringLiteral("86400960/24000s"));
-    });
-    const Check grid = check(validate(xml, project.plan), frameAlignedName);
-    EXPECT_FALSE(grid.passed);
-    EXPECT_EQ(grid.detail, "b take.mov@start=86400960/24000s");
-
-    // Exact arithmetic: 3600 s and 1001/24000 s frames need no tolerance.
-    const QString exact = damaged(project.text(), [](QDomDocument &d) {
-        spineClips(d)[2].setAttribute(QStringLiteral("start"), QStringLiteral("3600s"));
-    });
-    EXPECT_TRUE(check(validate(exact, project.plan), frameAlignedName).passed);
-}
-
 TEST_F(FCPXMLValidationTest, CatchesAHoleInTheSpine)
 {
     // The third clip starts two frames after the second ends, and so ends
@@ -519,10 +497,9 @@ TEST_F(FCPXMLValidationTest, CatchesAHoleInTheSpine)
     double fourth = 0;
     const QString xml = damaged(project.text(), [&](QDomDocument &d) {
         auto clips = spineClips(d);
-        third = seconds(clips[2].attribute(QStringLiteral("offset")));
-        fourth = seconds(clips[3].attribute(QStringLiteral("offset")));
-        clips[2].setAttribute(QStringLiteral("offset"),
-                              QStringLiteral("%1/25s").arg(static_cast<qint64>(std::llround(third * 25)) + 2));
+        third = seconds(clips[2].attribute(u"offset"_s));
+        fourth = seconds(clips[3].attribute(u"offset"_s));
+        clips[2].setAttribute(u"offset"_s, u"%1/25s"_s.arg(static_cast<qint64>(std::llround(third * 25)) + 2));
     });
     const Report report = validate(xml, project.plan);
     EXPECT_EQ(failing(report), QStringList{contiguousName});
@@ -532,37 +509,14 @@ TEST_F(FCPXMLValidationTest, CatchesAHoleInTheSpine)
                                 third + 0.08, third, fourth, fourth + 0.08));
 
     // Half a frame off is still contiguous; a little more is not.
-    for (const auto &[shift, passes] : {std::pair{QStringLiteral("1/50s"), true}, std::pair{QStringLiteral("3/100s"), false}}) {
+    for (const auto &[shift, passes] : {std::pair{u"1/50s"_s, true}, std::pair{u"3/100s"_s, false}}) {
         const QString nudged = damaged(project.text(), [&](QDomDocument &d) {
             QDomElement clip = spineClips(d)[3];
-            const auto offset = FCPXMLTime::parse(clip.attribute(QStringLiteral("offset")));
-            clip.setAttribute(QStringLiteral("offset"), (*offset + *FCPXMLTime::parse(shift)).attribute());
+            const auto offset = FCPXMLTime::parse(clip.attribute(u"offset"_s));
+            clip.setAttribute(u"offset"_s, (*offset + *FCPXMLTime::parse(shift)).attribute());
         });
         EXPECT_EQ(check(validate(nudged, project.plan), contiguousName).passed, passes) << shift.toStdString();
     }
-}
-
-TEST_F(FCPXMLValidationTest, CatchesADisabledClipInTheStoryline)
-{
-    const QString xml = damaged(project.text(), [](QDomDocument &d) {
-        spineClips(d)[1].setAttribute(QStringLiteral("enabled"), QStringLiteral("0"));
-    });
-    const Report report = validate(xml, project.plan);
-    EXPECT_EQ(failing(report), QStringList{keptClipsOnlyName});
-    EXPECT_EQ(check(report, keptClipsOnlyName).detail, "1 disabled clip(s) in the storyline: a take.mov");
-}
-
-TEST_F(FCPXMLValidationTest, CatchesAudioThatPlaysARemovedRange)
-{
-    // The last clip of "b" is made to start half a second earlier, in the
-    // silence that was cut.
-    const QString xml = damaged(project.text(), [](QDomDocument &d) {
-        spineClips(d).back().setAttribute(QStringLiteral("start"), QStringLiteral("86448000/24000s"));
-    });
-    const Report report = validate(xml, project.plan);
-    EXPECT_EQ(failing(report), QStringList{ghostAudioName});
-    EXPECT_EQ(check(report, ghostAudioName).detail,
-              "1 leak(s): b take.mov plays 3602.000–3602.500s, which was removed (3602.000–3602.500s, 500 ms of it)");
 }
 
 TEST_F(FCPXMLValidationTest, CatchesAnEnabledRideAlongAndTheSyncedSoundOfACut)
@@ -571,16 +525,11 @@ TEST_F(FCPXMLValidationTest, CatchesAnEnabledRideAlongAndTheSyncedSoundOfACut)
     // storyline plays cut audio; so does the microphone reading the filler.
     const QString xml = damaged(project.text(), [](QDomDocument &d) {
         for (auto &ride : rideAlongs(d)) {
-            if (ride.attribute(QStringLiteral("name")).endsWith(QLatin1String("silence")))
-                ride.removeAttribute(QStringLiteral("enabled"));
+            if (ride.attribute(u"name"_s).endsWith(QLatin1String("silence")))
+                ride.removeAttribute(u"enabled"_s);
         }
-        for (auto &clip : named(d, QStringLiteral("asset-clip"))) {
-            if (clip.attribute(QStringLiteral("lane")) == QLatin1String("-1")) {
-                // One second later: the microphone's time of the filler.
-                clip.setAttribute(QStringLiteral("start"), QStringLiteral("36025/10s"));
-                break;
-            }
-        }
+        // One second later: the microphone's time of the filler.
+        micClip(d).setAttribute(u"start"_s, u"36025/10s"_s);
     });
     const Check ghost = check(validate(xml, project.plan), ghostAudioName);
     EXPECT_FALSE(ghost.passed);
@@ -595,30 +544,17 @@ TEST_F(FCPXMLValidationTest, CatchesARideAlongWithoutALane)
     QString label;
     const QString xml = damaged(project.text(), [&](QDomDocument &d) {
         QDomElement ride = rideAlongs(d).front();
-        label = ride.attribute(QStringLiteral("name"));
-        ride.removeAttribute(QStringLiteral("lane"));
+        label = ride.attribute(u"name"_s);
+        ride.removeAttribute(u"lane"_s);
     });
     const Report report = validate(xml, project.plan);
     EXPECT_EQ(failing(report), QStringList{rideAlongLanesName});
     EXPECT_EQ(check(report, rideAlongLanesName).detail, label + " is disabled on lane 0");
 
     const QString below = damaged(project.text(), [](QDomDocument &d) {
-        rideAlongs(d).back().setAttribute(QStringLiteral("lane"), QStringLiteral("-2"));
+        rideAlongs(d).back().setAttribute(u"lane"_s, u"-2"_s);
     });
     EXPECT_TRUE(check(validate(below, project.plan), rideAlongLanesName).detail->endsWith(" is disabled on lane -2"));
-}
-
-TEST_F(FCPXMLValidationTest, CatchesASequenceLongerThanTheCut)
-{
-    const QString xml = damaged(project.text(), [](QDomDocument &d) {
-        named(d, QStringLiteral("sequence")).front().setAttribute(QStringLiteral("duration"), QStringLiteral("9s"));
-    });
-    const Report report = validate(xml, project.plan);
-    EXPECT_EQ(failing(report), QStringList{sequenceDurationName});
-    const ExportPlan &plan = project.plan;
-    EXPECT_EQ(check(report, sequenceDurationName).detail,
-              QString::asprintf("sequence 9.000s, spine %.3fs, plan kept %.3fs (raw material %.3fs)",
-                                plan.keptDuration(), plan.keptDuration(), plan.sourceDuration()));
 }
 
 // --- The pieces on their own ---------------------------------------------------------------
@@ -677,17 +613,17 @@ struct GhostCase {
 
     GhostCase(double removedEnd, const QString &body)
     {
-        const QString path = dir.file(QStringLiteral("voice.wav"));
+        const QString path = dir.file(u"voice.wav"_s);
         ExportPlan::Clip clip;
-        clip.clipId = QStringLiteral("v");
+        clip.clipId = u"v"_s;
         clip.url = QUrl::fromLocalFile(path);
         clip.media.durationS = 5;
         clip.segments = {removed(0, removedEnd, CutReason::noise), kept(removedEnd, 5)};
         plan.clips = {clip};
         const QString src = QUrl::fromLocalFile(path).toString(QUrl::FullyEncoded);
-        EXPECT_TRUE(document.setContent(QStringLiteral("<fcpxml><resources><asset id='r1' hasAudio='1'>"
+        EXPECT_TRUE(document.setContent(u"<fcpxml><resources><asset id='r1' hasAudio='1'>"
                                                        "<media-rep kind='original-media' src='%1'/></asset>"
-                                                       "</resources>%2</fcpxml>")
+                                                       "</resources>%2</fcpxml>"_s
                                             .arg(src, body)));
     }
 
@@ -696,7 +632,7 @@ struct GhostCase {
 
 TEST(FCPXMLValidationPieces, GhostAudioToleratesTenMilliseconds)
 {
-    const QString body = QStringLiteral("<audio ref='r1' name='voice' start='0s' duration='1s'/>");
+    const QString body = u"<audio ref='r1' name='voice' start='0s' duration='1s'/>"_s;
     const Check exact = GhostCase(0.01, body).run();
     EXPECT_TRUE(exact.passed);
     EXPECT_EQ(exact.detail, "1 audible element(s) checked");
@@ -710,19 +646,19 @@ TEST(FCPXMLValidationPieces, GhostAudioFollowsEnabledStateUpToTheLane)
 {
     // A connected clip keeps its own state whatever its host's: under a
     // disabled host it still plays, and a disabled one never plays.
-    const QString hostOff = QStringLiteral("<spine><clip enabled='0'><asset-clip ref='r1' lane='1' name='above' "
+    const QString hostOff = u"<spine><clip enabled='0'><asset-clip ref='r1' lane='1' name='above' "
                                            "start='0s' duration='1s'/><audio ref='r1' name='inside' start='0s' "
-                                           "duration='1s'/></clip></spine>");
+                                           "duration='1s'/></clip></spine>"_s;
     const Check a = GhostCase(0.5, hostOff).run();
     EXPECT_EQ(a.detail, "1 leak(s): above plays 0.000–1.000s, which was removed (0.000–0.500s, 500 ms of it)");
 
-    const QString rideOff = QStringLiteral("<spine><clip><asset-clip ref='r1' lane='1' enabled='0' start='0s' "
-                                           "duration='1s'/></clip></spine>");
+    const QString rideOff = u"<spine><clip><asset-clip ref='r1' lane='1' enabled='0' start='0s' "
+                                           "duration='1s'/></clip></spine>"_s;
     EXPECT_EQ(GhostCase(0.5, rideOff).run().detail, "0 audible element(s) checked");
 
     // Muted channels and a video-only asset are silent.
-    const QString muted = QStringLiteral("<asset-clip ref='r1' start='0s' duration='1s'><audio-channel-source "
-                                         "srcCh='1, 2' enabled='0' active='0'/></asset-clip>");
+    const QString muted = u"<asset-clip ref='r1' start='0s' duration='1s'><audio-channel-source "
+                                         "srcCh='1, 2' enabled='0' active='0'/></asset-clip>"_s;
     EXPECT_EQ(GhostCase(0.5, muted).run().detail, "0 audible element(s) checked");
 }
 
@@ -732,11 +668,11 @@ TEST_F(FCPXMLValidationTest, ValidatesAgainstTheDTDWhenThereIsOne)
 {
     const QString xml = project.text();
     // A folder name with a blank, as the editor's own is.
-    const QString dtdPath = project.dir.file(QStringLiteral("dtd folder/FCPXMLv1_13.dtd"));
+    const QString dtdPath = project.dir.file(u"dtd folder/FCPXMLv1_13.dtd"_s);
     test::writeBytes(dtdPath, permissiveDTD(xml));
-    DTDOverride dtd(dtdPath);
+    PathOverride dtd(dtdEnvironmentVariable, dtdPath);
 
-    ASSERT_EQ(dtdURL(QStringLiteral("1.13")), QUrl::fromLocalFile(dtdPath));
+    ASSERT_EQ(dtdURL(u"1.13"_s), QUrl::fromLocalFile(dtdPath));
     const Report report = validate(xml, project.plan);
     EXPECT_TRUE(report.isValid());
     EXPECT_TRUE(report.dtdValidated);
@@ -756,16 +692,12 @@ TEST_F(FCPXMLValidationTest, ValidatesAgainstTheDTDWhenThereIsOne)
     // The temporary copy xmllint reads is gone afterwards, whatever the
     // outcome.
     test::TempDir temporary;
-    const bool hadTemp = qEnvironmentVariableIsSet("TMPDIR");
-    const QByteArray savedTemp = qgetenv("TMPDIR");
-    qputenv("TMPDIR", QFile::encodeName(temporary.path()));
-    validate(xml, project.plan);
-    test::writeBytes(dtdPath, permissiveDTD(xml));
-    validate(xml, project.plan);
-    if (hadTemp)
-        qputenv("TMPDIR", savedTemp);
-    else
-        qunsetenv("TMPDIR");
+    {
+        PathOverride tmp("TMPDIR", temporary.path());
+        validate(xml, project.plan);
+        test::writeBytes(dtdPath, permissiveDTD(xml));
+        validate(xml, project.plan);
+    }
     EXPECT_EQ(QDir(temporary.path()).entryList(QDir::Files | QDir::Hidden), QStringList());
 }
 
@@ -773,10 +705,10 @@ TEST_F(FCPXMLValidationTest, DTDLookupSkipsAMissingOverride)
 {
     // The override names nothing; on this system the editor is not
     // installed either, so the check is skipped.
-    if (QFileInfo::exists(bundledDTDPath(QStringLiteral("1.13"))))
+    if (QFileInfo::exists(bundledDTDPath(u"1.13"_s)))
         GTEST_SKIP() << "the editor's DTD is installed here";
-    EXPECT_EQ(dtdURL(QStringLiteral("1.13")), std::nullopt);
-    EXPECT_EQ(bundledDTDPath(QStringLiteral("1.13")),
+    EXPECT_EQ(dtdURL(u"1.13"_s), std::nullopt);
+    EXPECT_EQ(bundledDTDPath(u"1.13"_s),
               "/Applications/Final Cut Pro.app/Contents/Frameworks/Interchange.framework/Versions/A/Resources/"
               "FCPXMLv1_13.dtd");
     const Check skipped = dtdCheck(project.text());
@@ -788,7 +720,7 @@ TEST_F(FCPXMLValidationTest, DTDLookupSkipsAMissingOverride)
 
 TEST_F(FCPXMLValidationTest, WriteCreatesTheFolderWritesAndValidates)
 {
-    const QString path = project.dir.file(QStringLiteral("exports/nested/output.fcpxml"));
+    const QString path = project.dir.file(u"exports/nested/output.fcpxml"_s);
     const auto result = ProcessPipeline::write(project.plan, QUrl::fromLocalFile(path));
     EXPECT_EQ(result.url, QUrl::fromLocalFile(path));
     EXPECT_EQ(result.plan, project.plan);
@@ -804,11 +736,10 @@ TEST_F(FCPXMLValidationTest, WriteCreatesTheFolderWritesAndValidates)
 
 TEST_F(FCPXMLValidationTest, WriteRaisesForPlacesItCannotWrite)
 {
-    test::writeBytes(project.dir.file(QStringLiteral("a file")), "x");
-    EXPECT_THROW(ProcessPipeline::write(project.plan,
-                                        QUrl::fromLocalFile(project.dir.file(QStringLiteral("a file/out.fcpxml")))),
+    test::writeBytes(project.dir.file(u"a file"_s), "x");
+    EXPECT_THROW(ProcessPipeline::write(project.plan, QUrl::fromLocalFile(project.dir.file(u"a file/out.fcpxml"_s))),
                  FileWriteError);
-    EXPECT_THROW(ProcessPipeline::write(project.plan, QUrl(QStringLiteral("https://example.com/out.fcpxml"))),
+    EXPECT_THROW(ProcessPipeline::write(project.plan, QUrl(u"https://example.com/out.fcpxml"_s)),
                  FileWriteError);
 }
 

@@ -39,7 +39,8 @@ namespace {
 using ToolSource = ProcessRunner::ToolSource;
 
 // A stand-in tool: a shell script, executable unless asked otherwise.
-QString writeScript(const QString &folder, const QString &name, const QByteArray &body, bool executable = true)
+QString writeScript(const QString &folder, const QString &name, const QByteArray &body = "exit 0\n",
+                    bool executable = true)
 {
     const QString path = QDir(folder).filePath(name);
     velum::test::writeBytes(path, "#!/bin/sh\n" + body);
@@ -108,9 +109,9 @@ QString realTool(const QString &name)
 TEST(ProcessRunnerResolve, BundledBeatsPathBeatsExtraFolders)
 {
     TempDir bundled, onPath, extra;
-    const QString inBundle = writeScript(bundled.path(), "ffmpeg", "exit 0\n");
-    const QString inPath = writeScript(onPath.path(), "ffmpeg", "exit 0\n");
-    const QString inExtra = writeScript(extra.path(), "ffmpeg", "exit 0\n");
+    const QString inBundle = writeScript(bundled.path(), "ffmpeg");
+    const QString inPath = writeScript(onPath.path(), "ffmpeg");
+    const QString inExtra = writeScript(extra.path(), "ffmpeg");
     const ProcessRunner runner = runnerWith(bundled.path(), onPath.path(), {extra.path()});
 
     auto tool = runner.resolve("ffmpeg");
@@ -130,30 +131,37 @@ TEST(ProcessRunnerResolve, BundledBeatsPathBeatsExtraFolders)
     EXPECT_EQ(tool->source, ToolSource::system);
     EXPECT_EQ(pathOf(tool), inExtra);
 
+    // Not cached: a tool that goes or comes is seen at once.
     QFile::remove(inExtra);
     EXPECT_FALSE(runner.resolve("ffmpeg"));
+    writeScript(bundled.path(), "ffmpeg");
+    EXPECT_EQ(runner.resolve("ffmpeg")->source, ToolSource::bundled);
 }
 
 TEST(ProcessRunnerResolve, SearchPathFoldersKeepTheirOrderAheadOfExtraFolders)
 {
     TempDir first, second, extra;
-    writeScript(extra.path(), "ffprobe", "exit 0\n");
-    const QString inSecond = writeScript(second.path(), "ffprobe", "exit 0\n");
+    writeScript(extra.path(), "ffprobe");
+    const QString inSecond = writeScript(second.path(), "ffprobe");
     const ProcessRunner runner =
         runnerWith(QString(), "::" + first.path() + "::" + second.path() + ":", {extra.path()});
     EXPECT_EQ(pathOf(runner.resolve("ffprobe")), inSecond);
 
-    const QString inFirst = writeScript(first.path(), "ffprobe", "exit 0\n");
+    const QString inFirst = writeScript(first.path(), "ffprobe");
     EXPECT_EQ(pathOf(runner.resolve("ffprobe")), inFirst);
+
+    // The same folder twice does no harm.
+    const QString twice = writeScript(extra.path(), "ffmpeg");
+    EXPECT_EQ(pathOf(runnerWith(QString(), extra.path() + ":" + extra.path(), {extra.path()}).resolve("ffmpeg")), twice);
 }
 
-TEST(ProcessRunnerResolve, FilesThatAreNotExecutableAreSkipped)
+TEST(ProcessRunnerResolve, FilesThatAreNotExecutableAreSkippedButLinksCount)
 {
     TempDir bundled, onPath, later;
     writeScript(bundled.path(), "ffmpeg", "exit 0\n", false);
     writeScript(onPath.path(), "ffmpeg", "exit 0\n", false);
     QDir(later.path()).mkdir("ffprobe"); // a folder of the right name
-    const QString good = writeScript(later.path(), "ffmpeg", "exit 0\n");
+    const QString good = writeScript(later.path(), "ffmpeg");
     const ProcessRunner runner = runnerWith(bundled.path(), onPath.path() + ":" + later.path());
 
     const auto tool = runner.resolve("ffmpeg");
@@ -161,24 +169,20 @@ TEST(ProcessRunnerResolve, FilesThatAreNotExecutableAreSkipped)
     EXPECT_EQ(tool->source, ToolSource::system);
     EXPECT_EQ(pathOf(tool), good);
     EXPECT_FALSE(runner.resolve("ffprobe"));
-}
 
-TEST(ProcessRunnerResolve, ALinkToAnExecutableCounts)
-{
-    TempDir bundled, elsewhere;
-    const QString target = writeScript(elsewhere.path(), "real-ffmpeg", "exit 0\n");
-    ASSERT_TRUE(QFile::link(target, bundled.file("ffmpeg")));
-    const auto tool = runnerWith(bundled.path(), QString()).resolve("ffmpeg");
-    ASSERT_TRUE(tool);
-    EXPECT_EQ(tool->source, ToolSource::bundled);
-    // The location is the link, not its target.
-    EXPECT_EQ(pathOf(tool), bundled.file("ffmpeg"));
+    // A link to an executable counts, and the location is the link.
+    TempDir linked;
+    ASSERT_TRUE(QFile::link(good, linked.file("ffmpeg")));
+    const auto link = runnerWith(linked.path(), QString()).resolve("ffmpeg");
+    ASSERT_TRUE(link);
+    EXPECT_EQ(link->source, ToolSource::bundled);
+    EXPECT_EQ(pathOf(link), linked.file("ffmpeg"));
 }
 
 TEST(ProcessRunnerResolve, WithoutASearchPathOnlyTheExtraFoldersAreSearched)
 {
     TempDir empty, extraA, extraB;
-    const QString inB = writeScript(extraB.path(), "yt-dlp", "exit 0\n");
+    const QString inB = writeScript(extraB.path(), "yt-dlp");
     const ProcessRunner runner = runnerWith(empty.path(), QString(), {extraA.path(), extraB.path()});
     EXPECT_EQ(pathOf(runner.resolve("yt-dlp")), inB);
     EXPECT_FALSE(runnerWith(empty.path(), QString(), {extraA.path()}).resolve("yt-dlp"));
@@ -187,29 +191,10 @@ TEST(ProcessRunnerResolve, WithoutASearchPathOnlyTheExtraFoldersAreSearched)
     EXPECT_EQ(pathOf(runnerWith(empty.path(), QString()).resolve("yt-dlp", {extraB.path()})), inB);
 }
 
-TEST(ProcessRunnerResolve, TheSameFolderTwiceDoesNoHarm)
-{
-    TempDir bundled, folder;
-    const QString tool = writeScript(folder.path(), "ffmpeg", "exit 0\n");
-    const ProcessRunner runner = runnerWith(bundled.path(), folder.path() + ":" + folder.path(), {folder.path()});
-    EXPECT_EQ(pathOf(runner.resolve("ffmpeg")), tool);
-}
-
-TEST(ProcessRunnerResolve, IsNotCachedSoANewToolIsSeenAtOnce)
-{
-    TempDir bundled, folder;
-    const ProcessRunner runner = runnerWith(bundled.path(), folder.path());
-    EXPECT_FALSE(runner.resolve("ffmpeg"));
-    writeScript(folder.path(), "ffmpeg", "exit 0\n");
-    EXPECT_TRUE(runner.resolve("ffmpeg"));
-    writeScript(bundled.path(), "ffmpeg", "exit 0\n");
-    EXPECT_EQ(runner.resolve("ffmpeg")->source, ToolSource::bundled);
-}
-
 TEST(ProcessRunnerResolve, DefaultLocationsReadTheEnvironmentsPathAtEachCall)
 {
     TempDir folder;
-    const QString tool = writeScript(folder.path(), "velum-test-tool", "exit 0\n");
+    const QString tool = writeScript(folder.path(), "velum-test-tool");
     const QByteArray savedPath = qgetenv("PATH");
     const ProcessRunner runner;
     EXPECT_EQ(runner.locations().extraDirectories,
@@ -244,7 +229,7 @@ TEST(ProcessRunnerFailure, AMissingToolIsToolNotFoundInTheUsersWords)
         EXPECT_EQ(missing->name, "ffprobe");
         EXPECT_STREQ(e.what(), "Velum is missing part of its video toolkit. Reinstall Velum.");
     }
-    writeScript(folder.path(), "ffprobe", "exit 0\n");
+    writeScript(folder.path(), "ffprobe");
     EXPECT_EQ(runner.require("ffprobe").url.toLocalFile(), folder.file("ffprobe"));
 }
 
@@ -286,7 +271,7 @@ TEST(ProcessRunnerRun, OneStreamInTheOrderWrittenWithTheExitStatus)
     EXPECT_EQ(separated.stderrText, "err1\nerr2\n");
 }
 
-TEST(ProcessRunnerRun, ArgumentsArriveVerbatim)
+TEST(ProcessRunnerRun, ArgumentsArriveVerbatimAndStandardInputIsEmpty)
 {
     TempDir dir;
     const QUrl tool = script(dir, "for a in \"$@\"; do printf '[%s]\\n' \"$a\"; done\n");
@@ -298,27 +283,22 @@ TEST(ProcessRunnerRun, ArgumentsArriveVerbatim)
         expected += "[" + a + "]\n";
     EXPECT_EQ(output.status, 0);
     EXPECT_EQ(output.text, expected);
-}
 
-TEST(ProcessRunnerRun, StandardInputIsTheNullDevice)
-{
-    TempDir dir;
-    const QUrl tool = script(dir, "readlink /proc/$$/fd/0\n"
+    // Standard input is the null device.
+    const QUrl reader = script(dir, "readlink /proc/$$/fd/0\n"
                                   "if read line; then echo \"read:$line\"; else echo eof; fi\n"
                                   "cat\n"
                                   "echo done\n");
-    const auto output = awaitTask(ProcessRunner::run(tool, {}));
-    EXPECT_EQ(output.status, 0);
-    EXPECT_EQ(output.text, "/dev/null\neof\ndone\n");
-    const auto separated = ProcessRunner::runSeparatedBlocking(tool, {});
+    EXPECT_EQ(awaitTask(ProcessRunner::run(reader, {})), (ProcessRunner::Output{0, "/dev/null\neof\ndone\n"}));
+    const auto separated = ProcessRunner::runSeparatedBlocking(reader, {});
     EXPECT_EQ(separated.stdoutText, "/dev/null\neof\ndone\n");
 }
 
-TEST(ProcessRunnerRun, AToolThatEndsAtOnceLosesNothing)
+TEST(ProcessRunnerRun, AToolThatEndsAtOnceOrIsKilledLosesNothing)
 {
     TempDir dir;
     const QUrl quick = script(dir, "printf 'x'\nexit 7\n");
-    const QUrl silent = QUrl::fromLocalFile(writeScript(dir.path(), "silent.sh", "exit 0\n"));
+    const QUrl silent = QUrl::fromLocalFile(writeScript(dir.path(), "silent.sh"));
     for (int i = 0; i < 40; ++i) {
         const auto output = ProcessRunner::runBlocking(quick, {});
         ASSERT_EQ(output.status, 7);
@@ -329,6 +309,9 @@ TEST(ProcessRunnerRun, AToolThatEndsAtOnceLosesNothing)
         const auto nothing = ProcessRunner::runBlocking(silent, {});
         ASSERT_EQ(nothing, (ProcessRunner::Output{0, QString()}));
     }
+    // Ended by a signal: a non-zero status, and what came before.
+    const QUrl killed = QUrl::fromLocalFile(writeScript(dir.path(), "killed.sh", "echo before\nkill -KILL $$\necho after\n"));
+    EXPECT_EQ(ProcessRunner::runBlocking(killed, {}), (ProcessRunner::Output{128 + SIGKILL, "before\n"}));
 }
 
 TEST(ProcessRunnerRun, MegabytesOnBothPipesDrainWithoutDeadlock)
@@ -381,14 +364,6 @@ TEST(ProcessRunnerRun, InvalidUtf8IsRepairedAndTheStatusKept)
     EXPECT_EQ(separated.status, 9);
     EXPECT_EQ(separated.stdoutText, out);
     EXPECT_EQ(separated.stderrText, err);
-}
-
-TEST(ProcessRunnerRun, AChildEndedByASignalReportsANonZeroStatus)
-{
-    TempDir dir;
-    const auto output = ProcessRunner::runBlocking(script(dir, "echo before\nkill -KILL $$\necho after\n"), {});
-    EXPECT_EQ(output.status, 128 + SIGKILL);
-    EXPECT_EQ(output.text, "before\n");
 }
 
 TEST(ProcessRunnerRun, QualityOfServiceSetsTheChildsNiceness)
@@ -501,7 +476,7 @@ TEST(ProcessRunnerCancel, CancellingKillsTheChildAndWhatItStarted)
     }
 }
 
-TEST(ProcessRunnerCancel, AnAlreadyCancelledRunStartsNothing)
+TEST(ProcessRunnerCancel, AnAlreadyCancelledRunStartsNothingAndALateOneChangesNothing)
 {
     TempDir dir;
     const QUrl tool = script(dir, "touch '" + QFile::encodeName(dir.file("started")) + "'\n");
@@ -511,14 +486,12 @@ TEST(ProcessRunnerCancel, AnAlreadyCancelledRunStartsNothing)
     EXPECT_THROW(ProcessRunner::runSeparatedBlocking(tool, {}, cancellation), CancelledError);
     QThread::msleep(100);
     EXPECT_FALSE(QFileInfo::exists(dir.file("started")));
-}
 
-TEST(ProcessRunnerCancel, ACancellationAfterTheRunChangesNothing)
-{
-    TempDir dir;
-    Cancellation cancellation;
-    const auto output = ProcessRunner::runBlocking(script(dir, "echo fine\n"), {}, std::nullopt, cancellation);
-    cancellation.cancel();
+    // A cancellation after the run changes nothing.
+    Cancellation late;
+    const QUrl fine = QUrl::fromLocalFile(writeScript(dir.path(), "fine.sh", "echo fine\n"));
+    const auto output = ProcessRunner::runBlocking(fine, {}, std::nullopt, late);
+    late.cancel();
     EXPECT_EQ(output, (ProcessRunner::Output{0, "fine\n"}));
 }
 
@@ -547,7 +520,7 @@ TEST(Cancellation, CallbacksRunOnceAndRegistrationsEndThem)
 
 // --- Preflight ----------------------------------------------------------------
 
-TEST(ToolPreflight, FindsBothToolsAndSaysWhereFrom)
+TEST(ToolPreflight, FindsBothToolsAndSaysWhereFromOrListsWhatIsMissing)
 {
     const QString ffmpeg = realTool("ffmpeg");
     const QString ffprobe = realTool("ffprobe");
@@ -560,19 +533,16 @@ TEST(ToolPreflight, FindsBothToolsAndSaysWhereFrom)
     const auto result = ToolPreflight::check(runnerWith(bundled.path(), onPath.path()));
     EXPECT_TRUE(result.isComplete());
     EXPECT_EQ(result, (ToolPreflight{{}, {{"ffmpeg", ToolSource::bundled}, {"ffprobe", ToolSource::system}}}));
-}
 
-TEST(ToolPreflight, ListsWhatIsMissingInTheOrderChecked)
-{
-    TempDir bundled, onPath, extra;
-    EXPECT_EQ(ToolPreflight::check(runnerWith(bundled.path(), onPath.path(), {extra.path()})),
+    // What is missing is listed in the order checked; yt-dlp is not asked for.
+    TempDir none, extra;
+    EXPECT_EQ(ToolPreflight::check(runnerWith(none.path(), none.path(), {extra.path()})),
               (ToolPreflight{{"ffmpeg", "ffprobe"}, {}}));
-
-    writeScript(extra.path(), "ffprobe", "exit 0\n");
-    writeScript(onPath.path(), "yt-dlp", "exit 0\n");
-    const auto result = ToolPreflight::check(runnerWith(bundled.path(), onPath.path(), {extra.path()}));
-    EXPECT_EQ(result, (ToolPreflight{{"ffmpeg"}, {{"ffprobe", ToolSource::system}}}));
-    EXPECT_FALSE(result.isComplete());
+    writeScript(extra.path(), "ffprobe");
+    writeScript(none.path(), "yt-dlp");
+    const auto partial = ToolPreflight::check(runnerWith(none.path(), none.path(), {extra.path()}));
+    EXPECT_EQ(partial, (ToolPreflight{{"ffmpeg"}, {{"ffprobe", ToolSource::system}}}));
+    EXPECT_FALSE(partial.isComplete());
 }
 
 TEST(ToolPreflight, TheInstalledToolsPassOnThisMachine)
@@ -585,7 +555,7 @@ TEST(ToolPreflight, TheInstalledToolsPassOnThisMachine)
 
 // --- Bundled tools ------------------------------------------------------------
 
-TEST(BundledTools, VersionFileFirstLine)
+TEST(BundledTools, VersionFileFirstLineAndOnlyExecutableFiles)
 {
     TempDir dir;
     const auto versionOf = [&](const QByteArray &content) {
@@ -602,12 +572,9 @@ TEST(BundledTools, VersionFileFirstLine)
     EXPECT_FALSE(versionOf("ffmpeg 7.1 \xff\xfe\n"));
     QFile::remove(dir.file("VERSION"));
     EXPECT_FALSE(BundledTools::bundledVersion(dir.path()));
-}
 
-TEST(BundledTools, OnlyExecutableFilesAreOffered)
-{
-    TempDir dir;
-    writeScript(dir.path(), "ffmpeg", "exit 0\n");
+    // Only executable files are offered.
+    writeScript(dir.path(), "ffmpeg");
     writeScript(dir.path(), "ffprobe", "exit 0\n", false);
     QDir(dir.path()).mkdir("yt-dlp");
     EXPECT_EQ(BundledTools::url("ffmpeg", dir.path()), QUrl::fromLocalFile(dir.file("ffmpeg")));
@@ -742,7 +709,7 @@ TEST(ContentHash, VideoIDIsTheSha256OfTheBytes)
     }
 }
 
-TEST(ContentHash, TheSameBytesGiveTheSameIdWhereverTheyLie)
+TEST(ContentHash, TheSameBytesGiveTheSameIdWhereverTheyLieAndFaultsAreThrown)
 {
     TempDir a, b;
     velum::test::writeBytes(a.file("take 1.mov"), "identical footage");
@@ -752,10 +719,8 @@ TEST(ContentHash, TheSameBytesGiveTheSameIdWhereverTheyLie)
     EXPECT_EQ(ContentHash::videoIDBlocking(QUrl::fromLocalFile(b.file("other name.mp4"))), first);
     EXPECT_NE(ContentHash::videoIDBlocking(QUrl::fromLocalFile(b.file("changed.mp4"))), first);
     EXPECT_EQ(first, first.toLower());
-}
 
-TEST(ContentHash, UnreadableFilesAndCancellationAreThrown)
-{
+    // Unreadable files and cancellation are thrown.
     TempDir dir;
     EXPECT_THROW(awaitTask(ContentHash::videoID(QUrl::fromLocalFile(dir.file("absent.mov")))),
                  ContentHash::ReadError);
