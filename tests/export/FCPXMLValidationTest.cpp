@@ -280,7 +280,7 @@ TEST_F(FCPXMLValidationTest, CorrectFilePassesEveryCheckInOrder)
     EXPECT_TRUE(check(report, sequenceFormatName).detail->endsWith(" = FFVideoFormat1080p25"));
 }
 
-TEST_F(FCPXMLValidationTest, KeptOnlyPlanExpectsNoRideAlongs)
+TEST_F(FCPXMLValidationTest, KeptOnlyPlanExpectsNoRideAlongsAndThePlanItCameFromMatters)
 {
     const ExportPlan keptOnly = project.plan.keptOnly();
     const Report report = validate(project.text(keptOnly), keptOnly);
@@ -288,23 +288,20 @@ TEST_F(FCPXMLValidationTest, KeptOnlyPlanExpectsNoRideAlongs)
     EXPECT_EQ(check(report, rideAlongLanesName).detail, "0 ride-along(s) on lane(s) ");
     EXPECT_EQ(check(report, rideAlongCountName).detail, "xml 0 vs plan 0");
     EXPECT_EQ(check(report, rideAlongDurationName).detail, "xml 0.000s vs plan 0.000s");
-}
 
-TEST_F(FCPXMLValidationTest, ThePlanItCameFromMatters)
-{
-    // The same file against a plan with one cut more: the counts no longer
+    // The full plan's file against a plan with one cut more: the counts no longer
     // agree, and the storyline now plays what that plan removed.
     ExportPlan other = project.plan;
     other.clips[1].segments = {kept(0, 1), removed(1, 2, CutReason::manual), removed(2, 2.5, CutReason::silence),
                                kept(2.5, 3)};
     ExportPlanner::assignTimeline(other);
-    const Report report = validate(project.text(), other);
-    EXPECT_FALSE(report.isValid());
+    const Report mismatched = validate(project.text(), other);
+    EXPECT_FALSE(mismatched.isValid());
     for (const QString &name : {keptDurationName, rideAlongCountName, rideAlongDurationName, segmentCountName,
                                 sequenceDurationName, ghostAudioName})
-        EXPECT_FALSE(check(report, name).passed) << name.toStdString();
-    EXPECT_EQ(check(report, rideAlongCountName).detail, "xml 3 vs plan 4");
-    EXPECT_TRUE(check(report, ghostAudioName).detail->startsWith("1 leak(s): b take.mov plays 3600.000–3602.000s"));
+        EXPECT_FALSE(check(mismatched, name).passed) << name.toStdString();
+    EXPECT_EQ(check(mismatched, rideAlongCountName).detail, "xml 3 vs plan 4");
+    EXPECT_TRUE(check(mismatched, ghostAudioName).detail->startsWith("1 leak(s): b take.mov plays 3600.000–3602.000s"));
 }
 
 // --- Parsing ---------------------------------------------------------------------------
@@ -565,7 +562,7 @@ QDomElement element(QDomDocument &document, const QString &xml)
     return document.documentElement();
 }
 
-TEST(FCPXMLValidationPieces, MediaDemandOfEachKindOfElement)
+TEST(FCPXMLValidationPieces, MediaDemandOfEachKindOfElementAndMutedChannelSources)
 {
     QDomDocument d;
     EXPECT_EQ(mediaDemand(element(d, "<audio/>")), (MediaDemand{false, true}));
@@ -578,11 +575,8 @@ TEST(FCPXMLValidationPieces, MediaDemandOfEachKindOfElement)
               (MediaDemand{true, false}));
     EXPECT_EQ(mediaDemand(element(d, "<clip/>")), std::nullopt);
     EXPECT_EQ(mediaDemand(element(d, "<gap/>")), std::nullopt);
-}
 
-TEST(FCPXMLValidationPieces, ChannelSourcesMutedNeedsEveryOneOff)
-{
-    QDomDocument d;
+    // Channel sources are muted when every one is off.
     EXPECT_FALSE(channelSourcesMuted(element(d, "<asset-clip/>")));
     EXPECT_TRUE(channelSourcesMuted(element(d, "<asset-clip><audio-channel-source active='0'/></asset-clip>")));
     EXPECT_TRUE(channelSourcesMuted(
@@ -630,7 +624,7 @@ struct GhostCase {
     Check run() const { return ghostAudioCheck(flatten(document.documentElement()), plan); }
 };
 
-TEST(FCPXMLValidationPieces, GhostAudioToleratesTenMilliseconds)
+TEST(FCPXMLValidationPieces, GhostAudioToleratesTenMillisecondsAndFollowsEnabledStateUpToTheLane)
 {
     const QString body = u"<audio ref='r1' name='voice' start='0s' duration='1s'/>"_s;
     const Check exact = GhostCase(0.01, body).run();
@@ -640,10 +634,7 @@ TEST(FCPXMLValidationPieces, GhostAudioToleratesTenMilliseconds)
     const Check leak = GhostCase(0.02, body).run();
     EXPECT_FALSE(leak.passed);
     EXPECT_EQ(leak.detail, "1 leak(s): voice plays 0.000–1.000s, which was removed (0.000–0.020s, 20 ms of it)");
-}
 
-TEST(FCPXMLValidationPieces, GhostAudioFollowsEnabledStateUpToTheLane)
-{
     // A connected clip keeps its own state whatever its host's: under a
     // disabled host it still plays, and a disabled one never plays.
     const QString hostOff = u"<spine><clip enabled='0'><asset-clip ref='r1' lane='1' name='above' "
@@ -718,7 +709,7 @@ TEST_F(FCPXMLValidationTest, DTDLookupSkipsAMissingOverride)
 
 // --- Writing and checking together ------------------------------------------------------------------
 
-TEST_F(FCPXMLValidationTest, WriteCreatesTheFolderWritesAndValidates)
+TEST_F(FCPXMLValidationTest, WriteCreatesTheFolderWritesAndValidatesOrRaises)
 {
     const QString path = project.dir.file(u"exports/nested/output.fcpxml"_s);
     const auto result = ProcessPipeline::write(project.plan, QUrl::fromLocalFile(path));
@@ -732,10 +723,8 @@ TEST_F(FCPXMLValidationTest, WriteCreatesTheFolderWritesAndValidates)
     const auto again = ProcessPipeline::write(project.plan.keptOnly(), QUrl::fromLocalFile(path));
     EXPECT_EQ(failing(again.report), QStringList{assetsRelinkName});
     EXPECT_EQ(test::readBytes(path), FCPXMLWriter::document(project.plan.keptOnly()).data());
-}
 
-TEST_F(FCPXMLValidationTest, WriteRaisesForPlacesItCannotWrite)
-{
+    // Places it cannot write raise.
     test::writeBytes(project.dir.file(u"a file"_s), "x");
     EXPECT_THROW(ProcessPipeline::write(project.plan, QUrl::fromLocalFile(project.dir.file(u"a file/out.fcpxml"_s))),
                  FileWriteError);

@@ -216,16 +216,11 @@ TEST(FCPXMLNodeTest, RendersLeavesOnOneLineAndParentsAroundIndentedChildren)
                                                 "    </a>"_s);
 }
 
-TEST(FCPXMLDocumentTest, TextIsTheTwoHeaderLinesTheRootAndOneNewline)
+TEST(FCPXMLDocumentTest, TextIsTwoHeaderLinesAndTheRootAndIsWrittenAsUtf8InPlaceOfAnEarlierFile)
 {
-    FCPXMLDocument doc{FCPXMLNode{u"fcpxml"_s, {{u"version"_s, u"1.13"_s}}, {}}};
-    EXPECT_EQ(doc.text(), u"<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-                                         "<!DOCTYPE fcpxml>\n"
-                                         "<fcpxml version=\"1.13\"/>\n"_s);
-}
+    const FCPXMLDocument bare{FCPXMLNode{u"fcpxml"_s, {{u"version"_s, u"1.13"_s}}, {}}};
+    EXPECT_EQ(bare.text(), u"<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<!DOCTYPE fcpxml>\n<fcpxml version=\"1.13\"/>\n"_s);
 
-TEST(FCPXMLDocumentTest, WritesUtf8BytesReplacesAnEarlierFileAndRaisesWhereItCannot)
-{
     test::TempDir dir;
     const QString path = dir.file(u"output.fcpxml"_s);
     test::writeBytes(path, QByteArray("an older and much longer file that must not survive in part"));
@@ -778,7 +773,7 @@ TEST(FCPXMLWriterDocumentTest, StorylineDurationsMatchThePlanAndFadesShrinkForSh
 
 // --- Attaching ride-alongs directly -----------------------------------------
 
-TEST(FCPXMLWriterAttachTest, DoesNothingWithoutStorylineOrRideAlongs)
+TEST(FCPXMLWriterAttachTest, DoesNothingWithoutStorylineOrRideAlongsAndPlacesRideAlongsBeforeMutedChannels)
 {
     FCPXMLNode spine{u"spine"_s, {}, {}};
     const FCPXMLWriter::RideAlong ride{0, u"r2"_s, u"r1"_s, u"x"_s,
@@ -790,22 +785,18 @@ TEST(FCPXMLWriterAttachTest, DoesNothingWithoutStorylineOrRideAlongs)
     spine.children.push_back(host);
     FCPXMLWriter::attach({}, spine, {FCPXMLWriter::SpineClip{FCPXMLTime{0, 1}, FCPXMLTime{1, 1}, 0}}, 1);
     EXPECT_TRUE(spine.children[0].children.empty());
-}
 
-TEST(FCPXMLWriterAttachTest, RideAlongWithoutReasonHasNoMarkerAndGoesBeforeMutedChannels)
-{
-    FCPXMLNode host{u"asset-clip"_s, {}, {}};
-    host.children.push_back(FCPXMLNode{u"asset-clip"_s, {{u"lane"_s, u"-1"_s}}, {}});
-    host.children.push_back(FCPXMLWriter::mutedCameraChannels(ClipMedia{}));
-    FCPXMLNode spine{u"spine"_s, {}, {host}};
-
-    const FCPXMLWriter::RideAlong ride{5,           u"r2"_s,  u"r1"_s,
-                                       u"x"_s, FCPXMLTime{50, 25}, FCPXMLTime{1001, 24000},
-                                       FCPXMLTime{1001, 24000}, false, std::nullopt};
-    FCPXMLWriter::attach({ride}, spine, {FCPXMLWriter::SpineClip{FCPXMLTime{3, 1}, FCPXMLTime{2, 1}, 7.0}}, 9.0);
-
-    ASSERT_EQ(childNames(spine.children[0]), u"asset-clip asset-clip audio-channel-source"_s);
-    EXPECT_EQ(spine.children[0].children[1].rendered(),
+    // A ride-along without a reason has no marker and goes before the muted
+    // channels.
+    FCPXMLNode withSound{u"asset-clip"_s, {}, {}};
+    withSound.children.push_back(FCPXMLNode{u"asset-clip"_s, {{u"lane"_s, u"-1"_s}}, {}});
+    withSound.children.push_back(FCPXMLWriter::mutedCameraChannels(ClipMedia{}));
+    FCPXMLNode storyline{u"spine"_s, {}, {withSound}};
+    const FCPXMLWriter::RideAlong plain{5, u"r2"_s, u"r1"_s, u"x"_s, FCPXMLTime{50, 25}, FCPXMLTime{1001, 24000},
+                                        FCPXMLTime{1001, 24000}, false, std::nullopt};
+    FCPXMLWriter::attach({plain}, storyline, {FCPXMLWriter::SpineClip{FCPXMLTime{3, 1}, FCPXMLTime{2, 1}, 7.0}}, 9.0);
+    ASSERT_EQ(childNames(storyline.children[0]), u"asset-clip asset-clip audio-channel-source"_s);
+    EXPECT_EQ(storyline.children[0].children[1].rendered(),
               u"<asset-clip ref=\"r2\" lane=\"1\" offset=\"5s\" name=\"x\" start=\"2s\" "
-                             "duration=\"1001/24000s\" enabled=\"0\" format=\"r1\"/>"_s);
+              "duration=\"1001/24000s\" enabled=\"0\" format=\"r1\"/>"_s);
 }
