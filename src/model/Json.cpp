@@ -11,6 +11,9 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <cstring>
+#include <optional>
+#include <string_view>
 
 namespace velum::json {
 
@@ -300,8 +303,314 @@ QByteArray serialize(const QJsonValue &value)
     return out;
 }
 
+namespace {
+
+// --- Parsing a long array on a few threads ------------------------------------
+//
+// QJsonDocument parses on one thread. A large document is mostly one long
+// array near the top (the state's projects), whose elements can be parsed
+// apart: a scan that knows only strings and brackets finds the commas between
+// the elements, each slice of elements is parsed on its own thread, and the
+// rest of the document is parsed with the array left empty. The pieces are
+// exact: a slice is parsed inside as many brackets as enclose the array in
+// the document, so it meets the same nesting limit, and when the rest and
+// every slice parse, the whole text parses to the same value. On any failure
+// or doubt the whole document is parsed again in one piece, so errors are
+// those of QJsonDocument on the whole text.
+
+// Below this much text per slice a thread costs more than it saves.
+constexpr qsizetype sliceBytesMinimum = 128 * 1024;
+
+bool isJsonSpace(char c)
+{
+    return c == ' ' || c == '\t' || c == '\n' || c == '\r';
+}
+
+// Bytes that matter to the scan, outside strings and inside them.
+constexpr auto byteSet(std::string_view bytes)
+{
+    std::array<bool, 256> set{};
+    for (const char c : bytes)
+        set[static_cast<unsigned char>(c)] = true;
+    return set;
+}
+constexpr auto structural = byteSet("\"[]{},");
+constexpr auto inString = byteSet("\"\\");
+
+// Eight bytes at a time: whether any byte of a word is `c`.
+constexpr std::uint64_t lowBits = 0x0101010101010101u;
+constexpr std::uint64_t highBits = 0x8080808080808080u;
+
+std::uint64_t load(const char *at)
+{
+    std::uint64_t word;
+    std::memcpy(&word, at, sizeof word);
+    return word;
+}
+
+std::uint64_t anyByte(std::uint64_t word, char c)
+{
+    const std::uint64_t x = word ^ (lowBits * static_cast<unsigned char>(c));
+    return (x - lowBits) & ~x & highBits;
+}
+
+class StructureScan {
+public:
+    explicit StructureScan(QByteArrayView text) : m_begin(text.data()), m_at(text.data()), m_end(text.data() + text.size()) {}
+
+    qsizetype offset() const { return m_at - m_begin; }
+    bool at(char c) const { return m_at < m_end && *m_at == c; }
+    void skip() { ++m_at; }
+    void skipSpace()
+    {
+        while (m_at < m_end && isJsonSpace(*m_at))
+            ++m_at;
+    }
+
+    // From an opening quote to past the closing one.
+    bool skipString()
+    {
+        const char *c = m_at + 1;
+        for (;;) {
+            while (m_end - c >= 8) {
+                const std::uint64_t word = load(c);
+                if (anyByte(word, '"') | anyByte(word, '\\'))
+                    break;
+                c += 8;
+            }
+            while (c < m_end && !inString[static_cast<unsigned char>(*c)])
+                ++c;
+            if (c >= m_end)
+                return false;
+            if (*c == '"') {
+                m_at = c + 1;
+                return true;
+            }
+            c += 2; // a backslash and the character it escapes
+        }
+    }
+
+    // From an opening bracket or brace to past the one that closes it; the
+    // offsets of the commas directly inside go to `commas`. Which kind of
+    // bracket closes which is left to the parser.
+    bool skipContainer(std::vector<qsizetype> *commas)
+    {
+        int depth = 0;
+        const char *c = m_at;
+        for (;;) {
+            while (m_end - c >= 8) {
+                // Setting bit 0x20 turns '[' into '{' and ']' into '}'.
+                const std::uint64_t word = load(c);
+                const std::uint64_t folded = word | (lowBits * 0x20);
+                if (anyByte(word, '"') | anyByte(word, ',') | anyByte(folded, '{') | anyByte(folded, '}'))
+                    break;
+                c += 8;
+            }
+            while (c < m_end && !structural[static_cast<unsigned char>(*c)])
+                ++c;
+            if (c >= m_end)
+                return false;
+            switch (*c) {
+            case '"':
+                m_at = c;
+                if (!skipString())
+                    return false;
+                c = m_at;
+                continue;
+            case '[':
+            case '{':
+                ++depth;
+                break;
+            case ']':
+            case '}':
+                if (--depth == 0) {
+                    m_at = c + 1;
+                    return true;
+                }
+                break;
+            default: // a comma
+                if (depth == 1 && commas)
+                    commas->push_back(c - m_begin);
+                break;
+            }
+            ++c;
+        }
+    }
+
+    bool skipValue()
+    {
+        if (at('"'))
+            return skipString();
+        if (at('[') || at('{'))
+            return skipContainer(nullptr);
+        const char *start = m_at;
+        while (m_at < m_end && !isJsonSpace(*m_at) && *m_at != ',' && *m_at != ']' && *m_at != '}')
+            ++m_at;
+        return m_at > start;
+    }
+
+private:
+    const char *m_begin;
+    const char *m_at;
+    const char *m_end;
+};
+
+struct LongArray {
+    qsizetype open = -1;  // offset of its opening bracket
+    qsizetype close = -1; // offset of its closing bracket
+    std::vector<qsizetype> commas; // between its elements
+    QByteArrayView key;   // quoted, as written; empty for the top-level array
+    qsizetype members = 0; // keys written in the top-level object
+};
+
+// The top-level array, or the longest array among the members of the
+// top-level object. No value for anything else or anything unexpected.
+std::optional<LongArray> findLongArray(QByteArrayView text)
+{
+    StructureScan scan(text);
+    scan.skipSpace();
+    LongArray longest;
+    if (scan.at('[')) {
+        longest.open = scan.offset();
+        if (!scan.skipContainer(&longest.commas))
+            return std::nullopt;
+        longest.close = scan.offset() - 1;
+        return longest;
+    }
+    if (!scan.at('{'))
+        return std::nullopt;
+    scan.skip();
+    scan.skipSpace();
+    qsizetype members = 0;
+    while (!scan.at('}')) {
+        if (members > 0) {
+            if (!scan.at(','))
+                return std::nullopt;
+            scan.skip();
+            scan.skipSpace();
+        }
+        const qsizetype keyStart = scan.offset();
+        if (!scan.at('"') || !scan.skipString())
+            return std::nullopt;
+        const QByteArrayView key = text.sliced(keyStart, scan.offset() - keyStart);
+        scan.skipSpace();
+        if (!scan.at(':'))
+            return std::nullopt;
+        scan.skip();
+        scan.skipSpace();
+        ++members;
+        if (scan.at('[')) {
+            LongArray array;
+            array.open = scan.offset();
+            array.key = key;
+            if (!scan.skipContainer(&array.commas))
+                return std::nullopt;
+            array.close = scan.offset() - 1;
+            if (array.close - array.open > longest.close - longest.open)
+                longest = std::move(array);
+        } else if (!scan.skipValue()) {
+            return std::nullopt;
+        }
+        scan.skipSpace();
+    }
+    if (longest.open < 0)
+        return std::nullopt;
+    longest.members = members;
+    return longest;
+}
+
+std::optional<QJsonDocument> parseWhole(const QByteArray &text)
+{
+    QJsonParseError error{};
+    QJsonDocument document = QJsonDocument::fromJson(text, &error);
+    if (error.error != QJsonParseError::NoError)
+        return std::nullopt;
+    return document;
+}
+
+// The document parsed in slices, or no value when it is not worth it or
+// anything fails.
+std::optional<QJsonValue> parseInSlices(const QByteArray &bytes)
+{
+    if (bytes.size() < 2 * sliceBytesMinimum)
+        return std::nullopt;
+    const std::optional<LongArray> array = findLongArray(bytes);
+    if (!array)
+        return std::nullopt;
+    const qsizetype length = array->close - array->open;
+    const std::size_t slices = std::min<std::size_t>(Slices::count(array->commas.size() + 1),
+                                                     static_cast<std::size_t>(length / sliceBytesMinimum));
+    if (slices < 2)
+        return std::nullopt;
+
+    // Cuts at the first comma past each equal share of the text.
+    std::vector<qsizetype> bounds{array->open};
+    for (std::size_t s = 1; s < slices; ++s) {
+        const qsizetype share = array->open + length * static_cast<qsizetype>(s) / static_cast<qsizetype>(slices);
+        const auto cut = std::lower_bound(array->commas.begin(), array->commas.end(), share);
+        if (cut != array->commas.end() && *cut > bounds.back())
+            bounds.push_back(*cut);
+    }
+    bounds.push_back(array->close);
+
+    // The array's brackets and, for a member, the object's.
+    const int depth = array->key.isEmpty() ? 1 : 2;
+    const std::size_t parts = bounds.size() - 1;
+    std::vector<QJsonArray> elements(parts);
+    std::vector<char> parsed(parts + 1, 0);
+    std::optional<QJsonDocument> rest;
+    Slices::forEach(parts + 1, std::min(parts + 1, slices), [&](std::size_t, std::size_t begin, std::size_t end) {
+        for (std::size_t part = begin; part < end; ++part) {
+            if (part == parts) {
+                QByteArray text;
+                text.reserve(bytes.size() - length + 1);
+                text.append(bytes.constData(), array->open + 1).append(bytes.constData() + array->close,
+                                                                       bytes.size() - array->close);
+                rest = parseWhole(text);
+                parsed[part] = rest.has_value();
+                continue;
+            }
+            const qsizetype from = bounds[part] + 1;
+            QByteArray text;
+            text.reserve(bounds[part + 1] - from + 2 * depth);
+            text.append(depth, '[').append(bytes.constData() + from, bounds[part + 1] - from).append(depth, ']');
+            if (const auto document = parseWhole(text)) {
+                elements[part] = depth == 1 ? document->array() : document->array().at(0).toArray();
+                parsed[part] = 1;
+            }
+        }
+    });
+    if (std::find(parsed.begin(), parsed.end(), 0) != parsed.end())
+        return std::nullopt;
+
+    QJsonArray whole;
+    for (const QJsonArray &part : elements) {
+        for (const QJsonValue &element : part)
+            whole.append(element);
+    }
+    if (array->key.isEmpty())
+        return whole;
+
+    // Put back under its key, read as the parser reads it; with a key
+    // written twice, which one wins is left to the parser.
+    QJsonObject object = rest->object();
+    const auto key = parseWhole(QByteArray(1, '[').append(array->key).append(']'));
+    if (!key || object.size() != array->members)
+        return std::nullopt;
+    const QString name = key->array().at(0).toString();
+    const auto slot = object.constFind(name);
+    if (slot == object.constEnd() || !slot->isArray() || !slot->toArray().isEmpty())
+        return std::nullopt;
+    object.insert(name, whole);
+    return object;
+}
+
+} // namespace
+
 QJsonValue parse(const QByteArray &bytes)
 {
+    if (auto sliced = parseInSlices(bytes))
+        return std::move(*sliced);
     QJsonParseError error{};
     const QJsonDocument document = QJsonDocument::fromJson(bytes, &error);
     if (error.error != QJsonParseError::NoError)

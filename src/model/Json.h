@@ -189,6 +189,24 @@ const auto &keys(KeyStyle style)
     return style == KeyStyle::snakeCase ? snake : plain;
 }
 
+// The field indices of a record in the order of their keys.
+template <class R>
+const auto &sortedFieldOrder(KeyStyle style)
+{
+    constexpr auto count = std::tuple_size_v<std::decay_t<decltype(Fields<R>::list)>>;
+    const auto make = [](KeyStyle s) {
+        const auto &names = keys<R>(s);
+        std::array<std::size_t, count> order{};
+        for (std::size_t i = 0; i < count; ++i)
+            order[i] = i;
+        std::sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) { return names[a] < names[b]; });
+        return order;
+    };
+    static const auto snake = make(KeyStyle::snakeCase);
+    static const auto plain = make(KeyStyle::fieldNames);
+    return style == KeyStyle::snakeCase ? snake : plain;
+}
+
 template <class M>
 void encodeMember(QJsonObject &object, const QString &key, const M &value, KeyStyle style)
 {
@@ -200,11 +218,10 @@ void encodeMember(QJsonObject &object, const QString &key, const M &value, KeySt
     }
 }
 
+// Decodes a member from its value, undefined when the key is absent.
 template <class M>
-void decodeMember(const QJsonObject &object, const QString &key, M &target, Absent absent, KeyStyle style)
+void decodeMember(const QJsonValue &value, const QString &key, M &target, Absent absent, KeyStyle style)
 {
-    const auto found = object.constFind(key);
-    const QJsonValue value = found == object.constEnd() ? QJsonValue(QJsonValue::Undefined) : found.value();
     const bool missing = value.isUndefined();
     if constexpr (IsOptional<M>::value) {
         if (missing || value.isNull()) {
@@ -256,10 +273,28 @@ struct Coding<R> {
             detail::typeMismatch("an object", value);
         const QJsonObject object = value.toObject();
         const auto &names = detail::keys<R>(style);
+        const auto &order = detail::sortedFieldOrder<R>(style);
+        // One walk over the members instead of a lookup per field. The
+        // parser keeps an object's keys sorted, so the field that comes
+        // next in key order is tried first; keys of no field are ignored.
+        constexpr std::size_t count = std::tuple_size_v<std::decay_t<decltype(Fields<R>::list)>>;
+        std::array<QJsonValue, count> values;
+        values.fill(QJsonValue(QJsonValue::Undefined));
+        std::size_t next = 0;
+        for (auto it = object.constBegin(); it != object.constEnd(); ++it) {
+            const QString key = it.key();
+            for (std::size_t tried = 0; tried < count; ++tried, next = next + 1 == count ? 0 : next + 1) {
+                if (names[order[next]] == key) {
+                    values[order[next]] = it.value();
+                    next = next + 1 == count ? 0 : next + 1;
+                    break;
+                }
+            }
+        }
         R record{};
         std::size_t i = 0;
         std::apply([&](const auto &...f) {
-            (detail::decodeMember(object, names[i++], record.*(f.member), f.absent, style), ...);
+            ((detail::decodeMember(values[i], names[i], record.*(f.member), f.absent, style), ++i), ...);
         },
                    Fields<R>::list);
         return record;
@@ -518,24 +553,6 @@ template <class R, std::size_t... I>
 constexpr std::array<FieldWriter<R>, sizeof...(I)> fieldWriters(std::index_sequence<I...>)
 {
     return {&writeFieldAt<R, I>...};
-}
-
-// The field indices of a record in the order of their keys.
-template <class R>
-const auto &sortedFieldOrder(KeyStyle style)
-{
-    constexpr auto count = std::tuple_size_v<std::decay_t<decltype(Fields<R>::list)>>;
-    const auto make = [](KeyStyle s) {
-        const auto &names = keys<R>(s);
-        std::array<std::size_t, count> order{};
-        for (std::size_t i = 0; i < count; ++i)
-            order[i] = i;
-        std::sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) { return names[a] < names[b]; });
-        return order;
-    };
-    static const auto snake = make(KeyStyle::snakeCase);
-    static const auto plain = make(KeyStyle::fieldNames);
-    return style == KeyStyle::snakeCase ? snake : plain;
 }
 
 } // namespace detail

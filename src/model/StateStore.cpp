@@ -8,6 +8,8 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QHash>
+#include <QJsonArray>
+#include <QJsonObject>
 
 #include <dirent.h>
 #include <unistd.h>
@@ -119,6 +121,30 @@ std::vector<char> filesExist(const std::vector<const QUrl *> &urls)
     return found;
 }
 
+// Lets go of a parsed document, freeing the elements of its longest array at
+// the top on a few threads: for a large account, freeing the JSON values of
+// the projects takes about a third as long as parsing them did.
+void releaseInSlices(QJsonValue document)
+{
+    QJsonArray longest;
+    if (document.isArray()) {
+        longest = document.toArray();
+    } else {
+        const QJsonObject object = document.toObject();
+        for (auto it = object.constBegin(); it != object.constEnd(); ++it) {
+            if (it->isArray() && it->toArray().size() > longest.size())
+                longest = it->toArray();
+        }
+    }
+    document = QJsonValue();
+    std::vector<QJsonValue> elements(longest.begin(), longest.end());
+    longest = QJsonArray();
+    Slices::forEach(elements.size(), Slices::count(elements.size()), [&](std::size_t, std::size_t begin, std::size_t end) {
+        for (std::size_t i = begin; i < end; ++i)
+            elements[i] = QJsonValue();
+    });
+}
+
 } // namespace
 
 QUrl StateStore::fileURL() const
@@ -134,7 +160,17 @@ PersistedState StateStore::load() const
 
 PersistedState StateStore::load(const QString &path)
 {
-    std::optional<PersistedState> stored = StateCoder::read<PersistedState>(path);
+    // As StateCoder::read, with the parsed document let go of in slices.
+    std::optional<PersistedState> stored;
+    try {
+        if (const auto bytes = readFile(path)) {
+            QJsonValue document = json::parse(*bytes);
+            stored = json::decode<PersistedState>(document, json::KeyStyle::fieldNames);
+            releaseInSlices(std::move(document));
+        }
+    } catch (const std::exception &) {
+        stored.reset();
+    }
     if (!stored)
         return PersistedState::fresh();
     repair(*stored);

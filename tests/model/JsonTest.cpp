@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <QFile>
+#include <QJsonDocument>
 
 using namespace velum;
 using namespace velum::json;
@@ -68,6 +69,52 @@ TEST(Parse, HostileTextThrowsInsteadOfCrashing)
     EXPECT_THROW(parse("{\"a\":1e400}"), DecodingError);
     EXPECT_THROW(parse(""), DecodingError);
     EXPECT_THROW(parse("\"just a string\""), DecodingError);
+}
+
+// A long array near the top is parsed in slices on a few threads; the result
+// and every error must be those of QJsonDocument on the whole text.
+TEST(Parse, LongArraysInSlicesMatchTheWholeText)
+{
+    const auto whole = [](const QByteArray &text) -> std::string {
+        QJsonParseError error{};
+        const QJsonDocument document = QJsonDocument::fromJson(text, &error);
+        if (error.error != QJsonParseError::NoError)
+            return QStringLiteral("not valid JSON: %1 at offset %2").arg(error.errorString()).arg(error.offset).toStdString();
+        return document.toJson(QJsonDocument::Compact).toStdString();
+    };
+    const auto sliced = [](const QByteArray &text) -> std::string {
+        try {
+            return QJsonDocument(parse(text).toObject()).toJson(QJsonDocument::Compact).toStdString();
+        } catch (const DecodingError &e) {
+            return e.what();
+        }
+    };
+    // Strings full of brackets, commas, quotes and backslashes, and an
+    // escaped key.
+    QByteArrayList elements;
+    for (int i = 0; i < 6000; ++i)
+        elements += R"({"k\"],[": ")" + QByteArray::number(i) + R"( ]},{\\", "v": ["\\", {"}": "["}], "w": "\"\\\"]"})";
+    const auto document = [&](const QByteArrayList &items) {
+        return R"({"before": {"a": [1, "]"]}, "it\u0065ms": [)" + items.join(",\n ") + R"(], "after": "x"})";
+    };
+    const QByteArray text = document(elements);
+    ASSERT_EQ(parse(text).toObject().value("items").toArray().size(), 6000);
+    EXPECT_EQ(sliced(text), whole(text));
+    // With the key written twice, the parser's choice stands.
+    QByteArray twice = text;
+    twice.insert(twice.size() - 1, R"(, "items": [])");
+    EXPECT_EQ(sliced(twice), whole(twice));
+
+    QByteArrayList malformed = elements;
+    malformed[4000].replace(R"("v": [)", R"("v": [,)");
+    EXPECT_EQ(sliced(document(malformed)), whole(document(malformed)));
+    EXPECT_TRUE(sliced(document(malformed)).starts_with("not valid JSON"));
+    // An element nested one level past the parser's limit only counting the
+    // brackets around the array.
+    QByteArrayList deep = elements;
+    deep[3000] = QByteArray(1023, '[') + QByteArray(1023, ']');
+    EXPECT_EQ(sliced(document(deep)), whole(document(deep)));
+    EXPECT_TRUE(sliced(document(deep)).starts_with("not valid JSON"));
 }
 
 TEST(Dates, WholeSecondsInUtcAndZoneOffsetsOnReading)
