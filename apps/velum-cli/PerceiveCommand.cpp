@@ -25,7 +25,7 @@
 namespace velum::cli {
 namespace {
 
-constexpr const char *usage = "perceive PROJECT_DIR --a-roll FILE... [--external FILE] [--b-roll FILE...] --out FOLDER";
+constexpr const char *usage = "PROJECT_DIR --a-roll FILE... [--external FILE] [--b-roll FILE...] --out FOLDER";
 
 struct Arguments {
     QString projectDir;
@@ -67,7 +67,7 @@ std::variant<Arguments, int> parse(const QStringList &arguments)
         }
     }
     if (parsed.projectDir.isEmpty() || parsed.out.isEmpty() || !sawARoll)
-        return usageError(QStringLiteral("usage: velum-cli %1").arg(QLatin1String(usage)));
+        return usageError(QStringLiteral("usage: velum-cli perceive %1").arg(QLatin1String(usage)));
     return parsed;
 }
 
@@ -164,7 +164,7 @@ int runPerceive(const QStringList &arguments)
 }
 
 const CommandRegistration registration{
-    Command{"perceive", usage + sizeof("perceive"),
+    Command{"perceive", usage,
             "judge the files, sync the takes to the external audio (c0_probe.json, c05_sync.json in PROJECT_DIR) "
             "and write the measurements and speech audio into FOLDER",
             runPerceive}};
