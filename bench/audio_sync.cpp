@@ -24,14 +24,13 @@
 #include "perception/SyncStage.h"
 #include "tools/ProcessRunner.h"
 
-#include "Async.h"
+#include "BenchSupport.h"
 
 #include <benchmark/benchmark.h>
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QStandardPaths>
 #include <QTemporaryDir>
 
 #include <sys/resource.h>
@@ -45,20 +44,14 @@ using namespace velum;
 
 namespace {
 
+using bench::tool;
+using bench::wait;
+
 constexpr int takeCount = 10;
 constexpr double takeLengthS = 180;
 
 double takeOffsetS(int i) { return 97.31 + 341.7 * i; }
 
-QUrl tool(const char *name)
-{
-    const QString path = QStandardPaths::findExecutable(QString::fromLatin1(name));
-    if (path.isEmpty()) {
-        std::fprintf(stderr, "%s is not installed\n", name);
-        std::exit(1);
-    }
-    return QUrl::fromLocalFile(path);
-}
 
 void ffmpeg(const QStringList &arguments, const QString &target)
 {
@@ -118,8 +111,6 @@ double processorSeconds()
     }
     return total;
 }
-
-using bench::wait;
 
 std::vector<float> envelopeOf(const QString &path, const QString &clipId)
 {

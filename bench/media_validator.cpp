@@ -17,14 +17,13 @@
 #include "tools/MediaValidator.h"
 #include "tools/ProcessRunner.h"
 
-#include "Async.h"
+#include "BenchSupport.h"
 
 #include <benchmark/benchmark.h>
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QStandardPaths>
 
 #include <cstdio>
 #include <cstdlib>
@@ -34,20 +33,14 @@ using namespace velum;
 
 namespace {
 
+using bench::tool;
+using bench::wait;
+
 QString benchFile()
 {
     return QDir(QDir::tempPath()).filePath(QStringLiteral("velum-bench-1080p-10min.mp4"));
 }
 
-QUrl tool(const char *name)
-{
-    const QString path = QStandardPaths::findExecutable(QString::fromLatin1(name));
-    if (path.isEmpty()) {
-        std::fprintf(stderr, "%s is not installed\n", name);
-        std::exit(1);
-    }
-    return QUrl::fromLocalFile(path);
-}
 
 // Makes the file when it is not there yet (a few minutes), then reads it once
 // so that it sits in the page cache.
@@ -75,8 +68,6 @@ const QString &mediaFile()
     }();
     return path;
 }
-
-using bench::wait;
 
 void BM_DecodeFloor(benchmark::State &state)
 {

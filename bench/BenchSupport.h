@@ -1,15 +1,30 @@
 #pragma once
 
-// Running a coroutine to its end from a benchmark body, with the
-// application object its event loop needs.
+// What the benchmarks share: the tools they make their media with, and a
+// coroutine run to its end with the application object its event loop needs.
 
 #include <QCoreApplication>
 #include <QCoroTask>
+#include <QStandardPaths>
+#include <QUrl>
 
+#include <cstdio>
+#include <cstdlib>
 #include <memory>
 #include <utility>
 
 namespace velum::bench {
+
+// An installed program; the benchmark cannot run without it.
+inline QUrl tool(const char *name)
+{
+    const QString path = QStandardPaths::findExecutable(QString::fromLatin1(name));
+    if (path.isEmpty()) {
+        std::fprintf(stderr, "%s is not installed\n", name);
+        std::exit(1);
+    }
+    return QUrl::fromLocalFile(path);
+}
 
 inline void ensureApplication()
 {
