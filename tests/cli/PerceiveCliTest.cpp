@@ -30,6 +30,7 @@ TEST(PerceiveCommand, WritesBothDocumentsAndTheMeasurements)
 {
     const auto &media = MediaSamples::get();
     velum::test::TempDir dir;
+    const velum::test::PrivateTemporaryFolder temporary(dir);
     const QUuid id = QUuid::createUuid();
     const QString project = dir.file(id.toString(QUuid::WithoutBraces).toUpper());
     const QString out = dir.file(QStringLiteral("out"));
@@ -59,6 +60,7 @@ TEST(PerceiveCommand, AFolderNotNamedByAUuidGetsANewIdAndArgumentsAreChecked)
 {
     const auto &media = MediaSamples::get();
     velum::test::TempDir dir;
+    const velum::test::PrivateTemporaryFolder temporary(dir);
     const QString project = dir.file(QStringLiteral("My shoot"));
     const auto result =
         runVelumCli({"perceive", project, "--a-roll", media.videoWithAudio, "--out", dir.file(QStringLiteral("m"))});

@@ -36,30 +36,7 @@ namespace {
 
 // --- The DTD lookup ------------------------------------------------------------
 
-// Points an environment variable at a path for the life of the object, and
-// puts the previous value back afterwards.
-class PathOverride {
-public:
-    PathOverride(const char *variable, const QString &path)
-        : m_variable(variable), m_had(qEnvironmentVariableIsSet(variable)), m_previous(qgetenv(variable))
-    {
-        qputenv(variable, QFile::encodeName(path));
-    }
-    ~PathOverride()
-    {
-        if (m_had)
-            qputenv(m_variable, m_previous);
-        else
-            qunsetenv(m_variable);
-    }
-    PathOverride(const PathOverride &) = delete;
-    PathOverride &operator=(const PathOverride &) = delete;
-
-private:
-    const char *m_variable;
-    bool m_had;
-    QByteArray m_previous;
-};
+using velum::test::PathOverride;
 
 // A DTD that accepts exactly the element and attribute names a text uses,
 // each element with any content: enough for xmllint to validate the file.

@@ -21,6 +21,7 @@ using namespace velum;
 using namespace velum::MeasurementsExporter;
 using velum::test::awaitTask;
 using velum::test::MediaSamples;
+using velum::test::PrivateTemporaryFolder;
 using velum::test::TempDir;
 using Source = Measurements::Silences::Source;
 
@@ -79,6 +80,7 @@ class ProjectMeasurements : public ::testing::Test {
 protected:
     struct Shared {
         TempDir folder;
+        PrivateTemporaryFolder temporary{folder};
         Project project;
         C0Probe probe;
         Result result;
@@ -276,6 +278,7 @@ TEST(MeasurementsProbe, AStaleOrFailedProbeDocument)
 {
     const auto &media = MediaSamples::get();
     TempDir folder;
+    const PrivateTemporaryFolder temporary(folder);
     const ProjectWorkspace workspace{file(folder.file("projects"))};
     Project project;
     project.id = QUuid::createUuid();
@@ -320,6 +323,7 @@ TEST(MeasurementsIngest, OnePublishedVideo)
 {
     const auto &media = MediaSamples::get();
     TempDir folder;
+    const PrivateTemporaryFolder temporary(folder);
     // The date its name starts with stands in for a missing publication date.
     const QString video = folder.file("2024-05-06 talk.mp4");
     ASSERT_TRUE(QFile::copy(media.sceneCuts, video));

@@ -1,40 +1,21 @@
 #include "support/MediaSamples.h"
 
+#include "support/SharedFolder.h"
+
 #include <gtest/gtest.h>
 
 #include <QByteArray>
 #include <QDir>
 #include <QFile>
-#include <QProcess>
-#include <QStandardPaths>
 #include <QStringList>
 #include <QFileInfo>
-#include <QTemporaryDir>
 
 #include <cstdint>
-#include <memory>
+#include <optional>
 
 namespace velum::test {
 
 namespace {
-
-bool ffmpeg(const QStringList &arguments, QString &error)
-{
-    const QString program = QStandardPaths::findExecutable(QStringLiteral("ffmpeg"));
-    if (program.isEmpty()) {
-        error = QStringLiteral("ffmpeg is not installed");
-        return false;
-    }
-    QProcess process;
-    process.setProcessChannelMode(QProcess::MergedChannels);
-    process.start(program, QStringList{"-nostdin", "-v", "error", "-y"} + arguments);
-    if (!process.waitForFinished(120000) || process.exitStatus() != QProcess::NormalExit || process.exitCode() != 0) {
-        error = QStringLiteral("ffmpeg %1 failed: %2")
-                    .arg(arguments.join(QLatin1Char(' ')), QString::fromUtf8(process.readAll()));
-        return false;
-    }
-    return true;
-}
 
 QByteArray readAll(const QString &path)
 {
@@ -71,119 +52,102 @@ bool damage(const QString &from, const QString &to, double startFraction, double
     return writeAll(to, bytes);
 }
 
-struct Holder {
-    std::unique_ptr<QTemporaryDir> dir;
-    MediaSamples *samples = nullptr;
-    QString error;
-};
+void assign(MediaSamples &m, const QString &path)
+{
+    const QDir dir(path);
+    const auto at = [&](const char *name) { return dir.filePath(QString::fromLatin1(name)); };
+    m.folder = dir.path();
+    m.videoWithAudio = at("take.mov");
+    m.videoOnly = at("silent.mp4");
+    m.audioOnly = at("voice.m4a");
+    m.broadcastWave = at("recorder.wav");
+    m.dropFrame = at("dropframe.mov");
+    m.tooShort = at("blink.mp4");
+    m.truncatedMatroska = at("truncated.mkv");
+    m.truncatedMp4 = at("truncated.mp4");
+    m.heavilyDamaged = at("damaged.ts");
+    m.lightlyDamaged = at("scratched.ts");
+    m.textNamedMp4 = at("notes.mp4");
+    m.sceneCuts = at("cuts.mp4");
+    m.toneAndSilence = at("gaps.wav");
+}
+
+// Makes every file of `m` in `folder`.
+bool make(const MediaSamples &m, const QString &folder, QString &error)
+{
+    const QDir dir(folder);
+    const auto at = [&](const char *name) { return dir.filePath(QString::fromLatin1(name)); };
+    const QString whole = at("whole.mkv");
+    const QString wholeMp4 = at("whole.mp4");
+    const QString cleanTs = at("clean.ts");
+    const QString moving = QStringLiteral("testsrc2=size=320x240:rate=25:duration=");
+    return ffmpeg({"-f", "lavfi", "-i", moving + "4", "-f", "lavfi", "-i",
+                   "sine=frequency=440:sample_rate=48000:duration=4", "-c:v", "libx264", "-preset", "ultrafast",
+                   "-pix_fmt", "yuv420p", "-c:a", "aac", "-ac", "1", "-timecode", "01:00:00:00", "-metadata",
+                   "creation_time=2024-03-01T09:30:00Z", m.videoWithAudio},
+                  error)
+        && ffmpeg({"-f", "lavfi", "-i", moving + "3", "-c:v", "libx264", "-preset", "ultrafast", "-pix_fmt", "yuv420p",
+                   m.videoOnly},
+                  error)
+        && ffmpeg({"-f", "lavfi", "-i", "sine=frequency=330:sample_rate=44100:duration=3", "-ac", "2", "-c:a", "aac",
+                   m.audioOnly},
+                  error)
+        && ffmpeg({"-f", "lavfi", "-i", "sine=frequency=220:sample_rate=48000:duration=2", "-c:a", "pcm_s16le",
+                   "-write_bext", "1", "-metadata", "time_reference=172800000", m.broadcastWave},
+                  error)
+        && ffmpeg({"-f", "lavfi", "-i", "testsrc2=size=160x120:rate=30000/1001:duration=2", "-c:v", "libx264",
+                   "-preset", "ultrafast", "-pix_fmt", "yuv420p", "-timecode", "01:00:00;00", m.dropFrame},
+                  error)
+        && ffmpeg({"-f", "lavfi", "-i", moving + "0.1", "-c:v", "libx264", "-preset", "ultrafast", "-pix_fmt",
+                   "yuv420p", m.tooShort},
+                  error)
+        && ffmpeg({"-f", "lavfi", "-i", moving + "4", "-c:v", "libx264", "-preset", "ultrafast", "-g", "25",
+                   "-pix_fmt", "yuv420p", whole},
+                  error)
+        && halve(whole, m.truncatedMatroska)
+        && ffmpeg({"-f", "lavfi", "-i", moving + "4", "-c:v", "libx264", "-preset", "ultrafast", "-pix_fmt",
+                   "yuv420p", wholeMp4},
+                  error)
+        && halve(wholeMp4, m.truncatedMp4)
+        && ffmpeg({"-f", "lavfi", "-i", moving + "8", "-c:v", "mpeg2video", "-q:v", "4", "-g", "12", "-f", "mpegts",
+                   cleanTs},
+                  error)
+        && damage(cleanTs, m.heavilyDamaged, 0.35, 0.30) && damage(cleanTs, m.lightlyDamaged, 0.50, 0.03)
+        && writeAll(m.textNamedMp4, "These are my notes for the shoot, not a movie.\n")
+        && ffmpeg({"-f", "lavfi", "-i", "color=c=red:size=160x120:rate=25:duration=0.4",
+                   "-f", "lavfi", "-i", "color=c=blue:size=160x120:rate=25:duration=1.6",
+                   "-f", "lavfi", "-i", "color=c=yellow:size=160x120:rate=25:duration=2",
+                   "-f", "lavfi", "-i", "color=c=green:size=160x120:rate=25:duration=2",
+                   "-f", "lavfi", "-i", "color=c=white:size=160x120:rate=25:duration=2",
+                   "-filter_complex", "[0][1][2][3][4]concat=n=5:v=1[v]", "-map", "[v]",
+                   "-c:v", "libx264", "-preset", "ultrafast", "-pix_fmt", "yuv420p", m.sceneCuts},
+                  error)
+        && ffmpeg({"-f", "lavfi", "-i",
+                   "aevalsrc=if(lt(t\\,1)+between(t\\,2.5\\,4)\\,0.5*sin(2*PI*440*t)\\,0):s=48000:d=5",
+                   "-c:a", "pcm_s16le", m.toneAndSilence},
+                  error);
+}
 
 } // namespace
 
 const MediaSamples &MediaSamples::get()
 {
-    static Holder holder = [] {
-        Holder h;
-        static MediaSamples made;
-        MediaSamples &m = made;
-        // Every test runs in a process of its own, so the media are kept in
-        // one shared folder for all of them, made once: by whichever process
-        // gets there first, in a folder of its own that is then renamed into
-        // place. Change the version whenever a recipe below changes.
-        const QString shared = QDir::tempPath() + QStringLiteral("/velum-test-media-v1");
-        const QString marker = QStringLiteral("/.complete");
-        const auto assign = [&m](const QString &path) {
-            const QDir dir(path);
-            const auto at = [&](const char *name) { return dir.filePath(QString::fromLatin1(name)); };
-            m.folder = dir.path();
-            m.videoWithAudio = at("take.mov");
-            m.videoOnly = at("silent.mp4");
-            m.audioOnly = at("voice.m4a");
-            m.broadcastWave = at("recorder.wav");
-            m.dropFrame = at("dropframe.mov");
-            m.tooShort = at("blink.mp4");
-            m.truncatedMatroska = at("truncated.mkv");
-            m.truncatedMp4 = at("truncated.mp4");
-            m.heavilyDamaged = at("damaged.ts");
-            m.lightlyDamaged = at("scratched.ts");
-            m.textNamedMp4 = at("notes.mp4");
-            m.sceneCuts = at("cuts.mp4");
-            m.toneAndSilence = at("gaps.wav");
+    static QString error;
+    static const std::optional<MediaSamples> made = []() -> std::optional<MediaSamples> {
+        const auto samplesIn = [](const QString &folder) {
+            MediaSamples m;
+            assign(m, folder);
+            return m;
         };
-        if (QFileInfo::exists(shared + marker)) {
-            assign(shared);
-            h.samples = &m;
-            return h;
-        }
-        h.dir = std::make_unique<QTemporaryDir>(QDir::tempPath() + QStringLiteral("/velum-media-XXXXXX"));
-        assign(h.dir->path());
-        const QDir dir(h.dir->path());
-        const auto at = [&](const char *name) { return dir.filePath(QString::fromLatin1(name)); };
-        const QString whole = at("whole.mkv");
-        const QString wholeMp4 = at("whole.mp4");
-        const QString cleanTs = at("clean.ts");
-        const QString moving = QStringLiteral("testsrc2=size=320x240:rate=25:duration=");
-        QString &error = h.error;
-        const bool ok =
-            ffmpeg({"-f", "lavfi", "-i", moving + "4", "-f", "lavfi", "-i", "sine=frequency=440:sample_rate=48000:duration=4",
-                    "-c:v", "libx264", "-preset", "ultrafast", "-pix_fmt", "yuv420p", "-c:a", "aac", "-ac", "1",
-                    "-timecode", "01:00:00:00", "-metadata", "creation_time=2024-03-01T09:30:00Z", m.videoWithAudio},
-                   error)
-            && ffmpeg({"-f", "lavfi", "-i", moving + "3", "-c:v", "libx264", "-preset", "ultrafast", "-pix_fmt", "yuv420p",
-                       m.videoOnly},
-                      error)
-            && ffmpeg({"-f", "lavfi", "-i", "sine=frequency=330:sample_rate=44100:duration=3", "-ac", "2", "-c:a", "aac",
-                       m.audioOnly},
-                      error)
-            && ffmpeg({"-f", "lavfi", "-i", "sine=frequency=220:sample_rate=48000:duration=2", "-c:a", "pcm_s16le",
-                       "-write_bext", "1", "-metadata", "time_reference=172800000", m.broadcastWave},
-                      error)
-            && ffmpeg({"-f", "lavfi", "-i", "testsrc2=size=160x120:rate=30000/1001:duration=2", "-c:v", "libx264",
-                       "-preset", "ultrafast", "-pix_fmt", "yuv420p", "-timecode", "01:00:00;00", m.dropFrame},
-                      error)
-            && ffmpeg({"-f", "lavfi", "-i", moving + "0.1", "-c:v", "libx264", "-preset", "ultrafast", "-pix_fmt",
-                       "yuv420p", m.tooShort},
-                      error)
-            && ffmpeg({"-f", "lavfi", "-i", moving + "4", "-c:v", "libx264", "-preset", "ultrafast", "-g", "25",
-                       "-pix_fmt", "yuv420p", whole},
-                      error)
-            && halve(whole, m.truncatedMatroska)
-            && ffmpeg({"-f", "lavfi", "-i", moving + "4", "-c:v", "libx264", "-preset", "ultrafast", "-pix_fmt",
-                       "yuv420p", wholeMp4},
-                      error)
-            && halve(wholeMp4, m.truncatedMp4)
-            && ffmpeg({"-f", "lavfi", "-i", moving + "8", "-c:v", "mpeg2video", "-q:v", "4", "-g", "12", "-f", "mpegts",
-                       cleanTs},
-                      error)
-            && damage(cleanTs, m.heavilyDamaged, 0.35, 0.30) && damage(cleanTs, m.lightlyDamaged, 0.50, 0.03)
-            && writeAll(m.textNamedMp4, "These are my notes for the shoot, not a movie.\n")
-            && ffmpeg({"-f", "lavfi", "-i", "color=c=red:size=160x120:rate=25:duration=0.4",
-                       "-f", "lavfi", "-i", "color=c=blue:size=160x120:rate=25:duration=1.6",
-                       "-f", "lavfi", "-i", "color=c=yellow:size=160x120:rate=25:duration=2",
-                       "-f", "lavfi", "-i", "color=c=green:size=160x120:rate=25:duration=2",
-                       "-f", "lavfi", "-i", "color=c=white:size=160x120:rate=25:duration=2",
-                       "-filter_complex", "[0][1][2][3][4]concat=n=5:v=1[v]", "-map", "[v]",
-                       "-c:v", "libx264", "-preset", "ultrafast", "-pix_fmt", "yuv420p", m.sceneCuts},
-                      error)
-            && ffmpeg({"-f", "lavfi", "-i",
-                       "aevalsrc=if(lt(t\\,1)+between(t\\,2.5\\,4)\\,0.5*sin(2*PI*440*t)\\,0):s=48000:d=5",
-                       "-c:a", "pcm_s16le", m.toneAndSilence},
-                      error);
-        if (ok) {
-            writeAll(dir.path() + marker, QByteArray());
-            // Another process may have won the race: then its copy is used
-            // and this one goes with the temporary folder.
-            if (QDir().rename(dir.path(), shared))
-                h.dir->setAutoRemove(false);
-            if (QFileInfo::exists(shared + marker))
-                assign(shared);
-            h.samples = &m;
-        }
-        return h;
+        const auto folder = sharedFolder(
+            QStringLiteral("velum-test-media-v1"),
+            [&](const QString &folder, QString &error) { return make(samplesIn(folder), folder, error); }, error);
+        return folder ? std::optional(samplesIn(*folder)) : std::nullopt;
     }();
-    if (!holder.samples)
-        ADD_FAILURE() << "could not make the test media: " << holder.error.toStdString();
+    if (!made)
+        ADD_FAILURE() << "could not make the test media: " << error.toStdString();
     static const MediaSamples none;
-    return holder.samples ? *holder.samples : none;
+    return made ? *made : none;
 }
 
 } // namespace velum::test

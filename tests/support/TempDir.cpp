@@ -7,6 +7,20 @@
 
 namespace velum::test {
 
+PathOverride::PathOverride(const char *variable, const QString &path)
+    : m_variable(variable), m_had(qEnvironmentVariableIsSet(variable)), m_previous(qgetenv(variable))
+{
+    qputenv(variable, QFile::encodeName(path));
+}
+
+PathOverride::~PathOverride()
+{
+    if (m_had)
+        qputenv(m_variable, m_previous);
+    else
+        qunsetenv(m_variable);
+}
+
 void writeBytes(const QString &path, const QByteArray &bytes)
 {
     QDir().mkpath(QFileInfo(path).absolutePath());

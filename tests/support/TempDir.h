@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QByteArray>
 #include <QDir>
 #include <QString>
 #include <QTemporaryDir>
@@ -16,6 +17,33 @@ public:
 
 private:
     QTemporaryDir m_dir;
+};
+
+// Points an environment variable at a path for the life of the object, and
+// puts the previous value back afterwards.
+class PathOverride {
+public:
+    PathOverride(const char *variable, const QString &path);
+    ~PathOverride();
+    PathOverride(const PathOverride &) = delete;
+    PathOverride &operator=(const PathOverride &) = delete;
+
+private:
+    const char *m_variable;
+    bool m_had;
+    QByteArray m_previous;
+};
+
+// A temporary folder of this test's own (TMPDIR pointed into `dir`) for the
+// life of the object: the stages give their temporary files fixed names, and
+// test processes running side by side must not meet in them. Make shared
+// media before, for they are found under the system's temporary folder.
+class PrivateTemporaryFolder {
+public:
+    explicit PrivateTemporaryFolder(const TempDir &dir) : m_override("TMPDIR", dir.path()) {}
+
+private:
+    PathOverride m_override;
 };
 
 // Writes bytes to a file, creating missing parent folders.
