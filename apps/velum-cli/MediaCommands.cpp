@@ -21,6 +21,7 @@
 #include <exception>
 #include <optional>
 #include <utility>
+#include <variant>
 
 namespace velum::cli {
 namespace {
@@ -46,37 +47,28 @@ void print(const QJsonValue &value)
     std::fflush(stdout);
 }
 
-// One FILE argument, which must exist; otherwise a usage error.
-std::optional<QString> fileArgument(const QStringList &arguments, const char *usage, int &status)
+// The one FILE argument, which must exist, as a URL; otherwise the status to
+// exit with (a usage error, or a failure for a file that is not there).
+std::variant<QUrl, int> existingFileArgument(const QStringList &arguments, const char *usage)
 {
-    if (arguments.size() != 1 || arguments.first().startsWith(QLatin1Char('-'))) {
-        status = usageError(QStringLiteral("usage: velum-cli %1").arg(QLatin1String(usage)));
-        return std::nullopt;
-    }
-    return arguments.first();
-}
-
-std::optional<QUrl> existingFile(const QString &path)
-{
-    const QFileInfo info(path);
+    if (arguments.size() != 1 || arguments.first().startsWith(QLatin1Char('-')))
+        return usageError(QStringLiteral("usage: velum-cli %1").arg(QLatin1String(usage)));
+    const QFileInfo info(arguments.first());
     if (!info.exists()) {
-        std::fprintf(stderr, "velum-cli: no such file: %s\n", qUtf8Printable(path));
-        return std::nullopt;
+        std::fprintf(stderr, "velum-cli: no such file: %s\n", qUtf8Printable(arguments.first()));
+        return exitFailure;
     }
     return QUrl::fromLocalFile(info.absoluteFilePath());
 }
 
 int runProbe(const QStringList &arguments)
 {
-    int status = exitUsage;
-    const auto path = fileArgument(arguments, "probe FILE", status);
-    if (!path)
-        return status;
-    const auto url = existingFile(*path);
-    if (!url)
-        return exitFailure;
+    const auto argument = existingFileArgument(arguments, "probe FILE");
+    if (const int *status = std::get_if<int>(&argument))
+        return *status;
+    const QUrl url = std::get<QUrl>(argument);
     try {
-        const auto probe = wait(FFmpegRunner::probe(*url));
+        const auto probe = wait(FFmpegRunner::probe(url));
         print(encoded(probe));
     } catch (const std::exception &e) {
         return toolFailure(e);
@@ -161,15 +153,12 @@ QCoro::Task<QJsonObject> measure(QUrl url)
 
 int runPasses(const QStringList &arguments)
 {
-    int status = exitUsage;
-    const auto path = fileArgument(arguments, "passes FILE", status);
-    if (!path)
-        return status;
-    const auto url = existingFile(*path);
-    if (!url)
-        return exitFailure;
+    const auto argument = existingFileArgument(arguments, "passes FILE");
+    if (const int *status = std::get_if<int>(&argument))
+        return *status;
+    const QUrl url = std::get<QUrl>(argument);
     try {
-        print(wait(measure(*url)));
+        print(wait(measure(url)));
     } catch (const std::exception &e) {
         return toolFailure(e);
     }

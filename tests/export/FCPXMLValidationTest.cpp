@@ -8,6 +8,7 @@
 #include "export/FCPXMLValidation.h"
 #include "export/FCPXMLWriter.h"
 #include "model/Json.h"
+#include "support/SmallProject.h"
 #include "support/TempDir.h"
 
 #include <QDomDocument>
@@ -66,20 +67,7 @@ QByteArray permissiveDTD(const QString &xml)
 
 // --- A project on disk and its plan ----------------------------------------------
 
-ClipMedia cameraMedia(const QString &clipId, double durationS, double fps, int width, int height)
-{
-    ClipMedia media;
-    media.clipId = clipId;
-    media.durationS = durationS;
-    media.fps = fps;
-    media.width = width;
-    media.height = height;
-    media.videoCodec = u"h264"_s;
-    media.audioCodec = u"aac"_s;
-    media.audioSampleRate = 48000;
-    media.audioChannels = 2;
-    return media;
-}
+using velum::test::cameraMedia;
 
 ExportPlan::Segment kept(double start, double end)
 {

@@ -1,6 +1,7 @@
 #include "export/FCPXML.h"
 #include "export/FCPXMLWriter.h"
 #include "model/Json.h"
+#include "support/SmallProject.h"
 #include "support/TempDir.h"
 
 #include <QDomDocument>
@@ -25,20 +26,7 @@ namespace {
 
 // --- Building plans ----------------------------------------------------------
 
-ClipMedia cameraMedia(const QString &clipId, double durationS, double fps = 25, int width = 1920, int height = 1080)
-{
-    ClipMedia media;
-    media.clipId = clipId;
-    media.durationS = durationS;
-    media.fps = fps;
-    media.width = width;
-    media.height = height;
-    media.videoCodec = u"h264"_s;
-    media.audioCodec = u"aac"_s;
-    media.audioSampleRate = 48000;
-    media.audioChannels = 2;
-    return media;
-}
+using velum::test::cameraMedia;
 
 ExportPlan::Segment kept(double start, double end, double timelineStart = 0)
 {

@@ -8,6 +8,13 @@
 
 namespace velum::test {
 
+ClipMedia cameraMedia(const QString &clipId, double durationS, double fps, int width, int height)
+{
+    return ClipMedia{.clipId = clipId, .durationS = durationS, .fps = fps, .width = width, .height = height,
+                     .videoCodec = QStringLiteral("h264"), .audioCodec = QStringLiteral("aac"),
+                     .audioSampleRate = 48000, .audioChannels = 2};
+}
+
 void writeSmallProject(const TempDir &dir, const SmallProjectOptions &options)
 {
     const auto media = [&](const QString &name) { return options.mediaFolder + QLatin1Char('/') + name; };

@@ -2,6 +2,8 @@
 
 #include "support/TempDir.h"
 
+#include "model/Project.h"
+
 #include <QString>
 
 namespace velum::test {
@@ -20,5 +22,8 @@ struct SmallProjectOptions {
 // microphone at 1.5 s) and "b" (4 words over 3 s of 24 fps 1080×1920 media),
 // and the microphone "mic" (20 s with a one-hour time reference).
 void writeSmallProject(const TempDir &dir, const SmallProjectOptions &options = {});
+
+// The media of a camera clip: H.264 pictures with AAC sound, 48 kHz stereo.
+ClipMedia cameraMedia(const QString &clipId, double durationS, double fps = 25, int width = 1920, int height = 1080);
 
 } // namespace velum::test
