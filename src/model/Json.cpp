@@ -305,21 +305,24 @@ QByteArray serialize(const QJsonValue &value)
 
 namespace {
 
-// --- Parsing a long array on a few threads ------------------------------------
+// --- Decoding a long array in chunks -----------------------------------------
 //
-// QJsonDocument parses on one thread. A large document is mostly one long
-// array near the top (the state's projects), whose elements can be parsed
-// apart: a scan that knows only strings and brackets finds the commas between
-// the elements, each slice of elements is parsed on its own thread, and the
-// rest of the document is parsed with the array left empty. The pieces are
-// exact: a slice is parsed inside as many brackets as enclose the array in
-// the document, so it meets the same nesting limit, and when the rest and
-// every slice parse, the whole text parses to the same value. On any failure
-// or doubt the whole document is parsed again in one piece, so errors are
-// those of QJsonDocument on the whole text.
+// A large document is mostly one long array near the top (the state's
+// projects, a transcript's words), whose elements can be parsed apart: a scan
+// that knows only strings and brackets finds the commas between the elements,
+// and the array is cut there into chunks of a few dozen kilobytes. Each chunk
+// is parsed and decoded while its values are still in the processor's cache,
+// chunks run on a few threads, and the rest of the document is parsed with
+// the array left empty. The pieces are exact: a chunk is parsed inside as
+// many brackets as enclose the array in the document, so it meets the same
+// nesting limit, and when the rest and every chunk parse, the whole text
+// parses to the same value. On any failure or doubt the caller decodes the
+// whole document again in one piece, so errors are those of a whole decode.
 
-// Below this much text per slice a thread costs more than it saves.
-constexpr qsizetype sliceBytesMinimum = 128 * 1024;
+// Below this much text, cutting costs more than it saves.
+constexpr qsizetype cutBytesMinimum = 256 * 1024;
+// About this much text per chunk: its parsed values stay in a core's cache.
+constexpr qsizetype chunkBytes = 8 * 1024;
 
 bool isJsonSpace(char c)
 {
@@ -528,89 +531,77 @@ std::optional<QJsonDocument> parseWhole(const QByteArray &text)
     return document;
 }
 
-// The document parsed in slices, or no value when it is not worth it or
-// anything fails.
-std::optional<QJsonValue> parseInSlices(const QByteArray &bytes)
+} // namespace
+
+namespace detail {
+
+std::optional<ArrayChunks> ArrayChunks::find(const QByteArray &bytes)
 {
-    if (bytes.size() < 2 * sliceBytesMinimum)
+    if (bytes.size() < cutBytesMinimum)
         return std::nullopt;
     const std::optional<LongArray> array = findLongArray(bytes);
     if (!array)
         return std::nullopt;
     const qsizetype length = array->close - array->open;
-    const std::size_t slices = std::min<std::size_t>(Slices::count(array->commas.size() + 1),
-                                                     static_cast<std::size_t>(length / sliceBytesMinimum));
-    if (slices < 2)
+    if (length < cutBytesMinimum / 2)
         return std::nullopt;
 
-    // Cuts at the first comma past each equal share of the text.
-    std::vector<qsizetype> bounds{array->open};
-    for (std::size_t s = 1; s < slices; ++s) {
-        const qsizetype share = array->open + length * static_cast<qsizetype>(s) / static_cast<qsizetype>(slices);
-        const auto cut = std::lower_bound(array->commas.begin(), array->commas.end(), share);
-        if (cut != array->commas.end() && *cut > bounds.back())
-            bounds.push_back(*cut);
+    ArrayChunks chunks;
+    chunks.m_bytes = bytes;
+    chunks.m_depth = array->key.isEmpty() ? 1 : 2;
+    // Cuts at the first comma past each chunk's share of the text.
+    chunks.m_bounds.push_back(array->open);
+    auto comma = array->commas.begin();
+    for (qsizetype share = array->open + chunkBytes; share < array->close; share += chunkBytes) {
+        comma = std::lower_bound(comma, array->commas.end(), share);
+        if (comma == array->commas.end())
+            break;
+        if (*comma > chunks.m_bounds.back())
+            chunks.m_bounds.push_back(*comma);
     }
-    bounds.push_back(array->close);
+    chunks.m_bounds.push_back(array->close);
 
-    // The array's brackets and, for a member, the object's.
-    const int depth = array->key.isEmpty() ? 1 : 2;
-    const std::size_t parts = bounds.size() - 1;
-    std::vector<QJsonArray> elements(parts);
-    std::vector<char> parsed(parts + 1, 0);
-    std::optional<QJsonDocument> rest;
-    Slices::forEach(parts + 1, std::min(parts + 1, slices), [&](std::size_t, std::size_t begin, std::size_t end) {
-        for (std::size_t part = begin; part < end; ++part) {
-            if (part == parts) {
-                QByteArray text;
-                text.reserve(bytes.size() - length + 1);
-                text.append(bytes.constData(), array->open + 1).append(bytes.constData() + array->close,
-                                                                       bytes.size() - array->close);
-                rest = parseWhole(text);
-                parsed[part] = rest.has_value();
-                continue;
-            }
-            const qsizetype from = bounds[part] + 1;
-            QByteArray text;
-            text.reserve(bounds[part + 1] - from + 2 * depth);
-            text.append(depth, '[').append(bytes.constData() + from, bounds[part + 1] - from).append(depth, ']');
-            if (const auto document = parseWhole(text)) {
-                elements[part] = depth == 1 ? document->array() : document->array().at(0).toArray();
-                parsed[part] = 1;
-            }
-        }
-    });
-    if (std::find(parsed.begin(), parsed.end(), 0) != parsed.end())
+    // The rest of the document, with the array left empty.
+    QByteArray text;
+    text.reserve(bytes.size() - length + 1);
+    text.append(bytes.constData(), array->open + 1).append(bytes.constData() + array->close, bytes.size() - array->close);
+    const std::optional<QJsonDocument> rest = parseWhole(text);
+    if (!rest)
         return std::nullopt;
-
-    QJsonArray whole;
-    for (const QJsonArray &part : elements) {
-        for (const QJsonValue &element : part)
-            whole.append(element);
+    if (array->key.isEmpty()) {
+        chunks.m_rest = rest->array();
+        return chunks;
     }
-    if (array->key.isEmpty())
-        return whole;
-
-    // Put back under its key, read as the parser reads it; with a key
-    // written twice, which one wins is left to the parser.
-    QJsonObject object = rest->object();
+    // The key read as the parser reads it. With a key written twice, which
+    // one wins is left to the whole parse.
     const auto key = parseWhole(QByteArray(1, '[').append(array->key).append(']'));
+    const QJsonObject object = rest->object();
     if (!key || object.size() != array->members)
         return std::nullopt;
-    const QString name = key->array().at(0).toString();
-    const auto slot = object.constFind(name);
+    chunks.m_key = key->array().at(0).toString();
+    const auto slot = object.constFind(chunks.m_key);
     if (slot == object.constEnd() || !slot->isArray() || !slot->toArray().isEmpty())
         return std::nullopt;
-    object.insert(name, whole);
-    return object;
+    chunks.m_rest = object;
+    return chunks;
 }
 
-} // namespace
+std::optional<QJsonArray> ArrayChunks::parse(std::size_t chunk) const
+{
+    const qsizetype from = m_bounds[chunk] + 1;
+    QByteArray text;
+    text.reserve(m_bounds[chunk + 1] - from + 2 * m_depth);
+    text.append(m_depth, '[').append(m_bytes.constData() + from, m_bounds[chunk + 1] - from).append(m_depth, ']');
+    const std::optional<QJsonDocument> document = parseWhole(text);
+    if (!document)
+        return std::nullopt;
+    return m_depth == 1 ? document->array() : document->array().at(0).toArray();
+}
+
+} // namespace detail
 
 QJsonValue parse(const QByteArray &bytes)
 {
-    if (auto sliced = parseInSlices(bytes))
-        return std::move(*sliced);
     QJsonParseError error{};
     const QJsonDocument document = QJsonDocument::fromJson(bytes, &error);
     if (error.error != QJsonParseError::NoError)

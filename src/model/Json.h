@@ -189,6 +189,21 @@ const auto &keys(KeyStyle style)
     return style == KeyStyle::snakeCase ? snake : plain;
 }
 
+template <class R>
+const auto &latinKeys(KeyStyle style)
+{
+    constexpr auto count = std::tuple_size_v<std::decay_t<decltype(Fields<R>::list)>>;
+    const auto make = [](KeyStyle s) {
+        std::array<QByteArray, count> out;
+        for (std::size_t i = 0; i < count; ++i)
+            out[i] = keys<R>(s)[i].toLatin1();
+        return out;
+    };
+    static const auto snake = make(KeyStyle::snakeCase);
+    static const auto plain = make(KeyStyle::fieldNames);
+    return style == KeyStyle::snakeCase ? snake : plain;
+}
+
 // The field indices of a record in the order of their keys.
 template <class R>
 const auto &sortedFieldOrder(KeyStyle style)
@@ -273,28 +288,11 @@ struct Coding<R> {
             detail::typeMismatch("an object", value);
         const QJsonObject object = value.toObject();
         const auto &names = detail::keys<R>(style);
-        const auto &order = detail::sortedFieldOrder<R>(style);
-        // One walk over the members instead of a lookup per field. The
-        // parser keeps an object's keys sorted, so the field that comes
-        // next in key order is tried first; keys of no field are ignored.
-        constexpr std::size_t count = std::tuple_size_v<std::decay_t<decltype(Fields<R>::list)>>;
-        std::array<QJsonValue, count> values;
-        values.fill(QJsonValue(QJsonValue::Undefined));
-        std::size_t next = 0;
-        for (auto it = object.constBegin(); it != object.constEnd(); ++it) {
-            const QString key = it.key();
-            for (std::size_t tried = 0; tried < count; ++tried, next = next + 1 == count ? 0 : next + 1) {
-                if (names[order[next]] == key) {
-                    values[order[next]] = it.value();
-                    next = next + 1 == count ? 0 : next + 1;
-                    break;
-                }
-            }
-        }
+        const auto &latin = detail::latinKeys<R>(style);
         R record{};
         std::size_t i = 0;
         std::apply([&](const auto &...f) {
-            ((detail::decodeMember(values[i], names[i], record.*(f.member), f.absent, style), ++i), ...);
+            ((detail::decodeMember(object.value(QLatin1StringView(latin[i])), names[i], record.*(f.member), f.absent, style), ++i), ...);
         },
                    Fields<R>::list);
         return record;
@@ -480,6 +478,128 @@ T decode(const QJsonValue &value, KeyStyle style)
     return Coding<T>::decode(value, style);
 }
 
+// --- Large documents ----------------------------------------------------------
+
+namespace detail {
+
+// The long array at the top of a large document (the document itself, or the
+// longest array among the members of its object), cut at the commas between
+// its elements into chunks of whole elements that parse apart.
+class ArrayChunks {
+public:
+    // No value for a short document, one without such an array, or anything
+    // unexpected: the whole parse then decides.
+    static std::optional<ArrayChunks> find(const QByteArray &bytes);
+
+    std::size_t count() const { return m_bounds.size() - 1; }
+    // A chunk's elements, or no value when they do not parse.
+    std::optional<QJsonArray> parse(std::size_t chunk) const;
+    // The member's key; empty when the document is the array.
+    const QString &key() const { return m_key; }
+    // The document with the array left empty.
+    const QJsonValue &rest() const { return m_rest; }
+
+private:
+    QByteArray m_bytes;
+    std::vector<qsizetype> m_bounds; // the opening bracket, the commas cut at, the closing bracket
+    int m_depth = 1;                 // the array's brackets and, for a member, the object's
+    QString m_key;
+    QJsonValue m_rest;
+};
+
+template <class T>
+struct IsVector : std::false_type {};
+template <class E>
+struct IsVector<std::vector<E>> : std::true_type {};
+
+// The elements of every chunk, each chunk parsed, decoded and let go of on
+// one thread, a few threads at a time. No value when any chunk fails.
+template <class E>
+std::optional<std::vector<E>> decodeChunks(const ArrayChunks &chunks, KeyStyle style)
+{
+    const std::size_t count = chunks.count();
+    std::vector<std::vector<E>> parts(count);
+    std::vector<char> decoded(count, 0);
+    Slices::forEach(count, Slices::count(count, 1), [&](std::size_t, std::size_t begin, std::size_t end) {
+        for (std::size_t chunk = begin; chunk < end; ++chunk) {
+            const std::optional<QJsonArray> elements = chunks.parse(chunk);
+            if (!elements)
+                return;
+            auto &part = parts[chunk];
+            part.reserve(static_cast<std::size_t>(elements->size()));
+            try {
+                for (const QJsonValue element : *elements)
+                    part.push_back(json::decode<E>(element, style));
+            } catch (const DecodingError &) {
+                return;
+            }
+            decoded[chunk] = 1;
+        }
+    });
+    if (std::find(decoded.begin(), decoded.end(), 0) != decoded.end())
+        return std::nullopt;
+    std::size_t total = 0;
+    for (const auto &part : parts)
+        total += part.size();
+    std::vector<E> all;
+    all.reserve(total);
+    for (auto &part : parts)
+        std::move(part.begin(), part.end(), std::back_inserter(all));
+    return all;
+}
+
+// As decode<T>(parse(bytes)) for a large document whose long array is a
+// std::vector: the document itself, or a field of a record coded by its
+// fields. No value when that does not apply or anything fails.
+template <class T>
+std::optional<T> decodeInChunks(const QByteArray &bytes, KeyStyle style)
+{
+    if constexpr (IsVector<T>::value) {
+        auto chunks = ArrayChunks::find(bytes);
+        if (!chunks || !chunks->key().isEmpty())
+            return std::nullopt;
+        return decodeChunks<typename T::value_type>(*chunks, style);
+    } else if constexpr (Record<T> && requires { typename Coding<T>::generic; }) {
+        auto chunks = ArrayChunks::find(bytes);
+        if (!chunks || chunks->key().isEmpty())
+            return std::nullopt;
+        const auto &names = keys<T>(style);
+        std::optional<T> result;
+        const auto tryField = [&]<class M>(const Field<T, M> &field, const QString &name) {
+            if constexpr (IsVector<M>::value) {
+                if (name != chunks->key())
+                    return;
+                auto elements = decodeChunks<typename M::value_type>(*chunks, style);
+                if (!elements)
+                    return;
+                try {
+                    T record = Coding<T>::decode(chunks->rest(), style);
+                    record.*(field.member) = std::move(*elements);
+                    result = std::move(record);
+                } catch (const DecodingError &) {
+                }
+            }
+        };
+        std::size_t i = 0;
+        std::apply([&](const auto &...f) { (tryField(f, names[i++]), ...); }, Fields<T>::list);
+        return result;
+    } else {
+        return std::nullopt;
+    }
+}
+
+} // namespace detail
+
+// As decode<T>(parse(bytes), style), with the same values and errors; a
+// large document's long array is decoded in chunks on a few threads.
+template <class T>
+T decodeText(const QByteArray &bytes, KeyStyle style)
+{
+    if (auto decoded = detail::decodeInChunks<T>(bytes, style))
+        return std::move(*decoded);
+    return decode<T>(parse(bytes), style);
+}
+
 // Helpers for hand-written codings of records with unusual rules.
 template <class T>
 std::optional<T> decodeKey(const QJsonObject &object, const QString &key, KeyStyle style)
@@ -637,7 +757,7 @@ struct Coder {
     template <class T>
     static T decode(const QByteArray &bytes)
     {
-        return json::decode<T>(json::parse(bytes), Style);
+        return json::decodeText<T>(bytes, Style);
     }
 
     template <class T>

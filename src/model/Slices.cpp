@@ -12,18 +12,16 @@ namespace {
 // Set on a thread while it works on a slice.
 thread_local bool insideSlice = false;
 
-// Below this many items per slice a thread costs more than it saves.
-constexpr std::size_t itemsPerSliceMinimum = 64;
 constexpr std::size_t slicesMaximum = 8;
 
 } // namespace
 
-std::size_t count(std::size_t items)
+std::size_t count(std::size_t items, std::size_t perSlice)
 {
     if (insideSlice)
         return 1;
     const std::size_t cores = std::max(1u, std::thread::hardware_concurrency());
-    return std::clamp<std::size_t>(std::min(cores, items / itemsPerSliceMinimum), 1, slicesMaximum);
+    return std::clamp<std::size_t>(std::min(cores, items / std::max<std::size_t>(perSlice, 1)), 1, slicesMaximum);
 }
 
 void forEach(std::size_t items, std::size_t slices,

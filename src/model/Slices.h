@@ -9,9 +9,10 @@
 
 namespace velum::Slices {
 
-// How many slices `items` items are worth: 1 for short runs and on a thread
-// already working on a slice (slices never nest), else up to one per core.
-std::size_t count(std::size_t items);
+// How many slices `items` items are worth, at `perSlice` items or more a
+// slice: 1 for short runs and on a thread already working on a slice (slices
+// never nest), else up to one per core.
+std::size_t count(std::size_t items, std::size_t perSlice = 64);
 
 // Runs `work(slice, begin, end)` for each of `slices` contiguous ranges of
 // [0, items), the first on the calling thread, and returns when all are

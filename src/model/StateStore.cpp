@@ -92,21 +92,29 @@ std::vector<char> filesExist(const std::vector<const QUrl *> &urls)
     const auto nameOf = [&](std::size_t i) {
         const QByteArrayView path(paths[i]);
         const qsizetype start = path.lastIndexOf('/') + 1;
-        return std::string_view(path.data() + start, static_cast<std::size_t>(path.size() - start));
+        return path.sliced(start);
     };
     const auto check = [&](const std::vector<std::size_t> &group) {
         if (group.size() >= listingMinimum) {
-            std::vector<std::pair<std::string_view, std::size_t>> wanted;
-            wanted.reserve(group.size());
-            for (const std::size_t i : group)
-                wanted.emplace_back(nameOf(i), i);
-            std::sort(wanted.begin(), wanted.end());
+            // The files by name; files of the same name chained by index.
+            QHash<QByteArrayView, std::size_t> byName;
+            byName.reserve(static_cast<qsizetype>(group.size()));
+            std::vector<std::size_t> sameName(group.size(), group.size());
+            for (std::size_t g = 0; g < group.size(); ++g) {
+                const auto it = byName.find(nameOf(group[g]));
+                if (it == byName.end())
+                    byName.insert(nameOf(group[g]), g);
+                else
+                    sameName[g] = std::exchange(it.value(), g);
+            }
             const QByteArrayView first(paths[group.front()]);
             forEachExistingEntry(first.first(std::max<qsizetype>(first.lastIndexOf('/'), 1)).toByteArray(),
                                  [&](std::string_view name) {
-                const auto match = std::lower_bound(wanted.begin(), wanted.end(), std::pair(name, std::size_t{0}));
-                for (auto it = match; it != wanted.end() && it->first == name; ++it)
-                    found[it->second] = 1;
+                const auto match = byName.constFind(QByteArrayView(name.data(), static_cast<qsizetype>(name.size())));
+                if (match == byName.constEnd())
+                    return;
+                for (std::size_t g = match.value(); g < group.size(); g = sameName[g])
+                    found[group[g]] = 1;
             });
         }
         for (const std::size_t i : group) {
@@ -119,30 +127,6 @@ std::vector<char> filesExist(const std::vector<const QUrl *> &urls)
             check(groups[g]);
     });
     return found;
-}
-
-// Lets go of a parsed document, freeing the elements of its longest array at
-// the top on a few threads: for a large account, freeing the JSON values of
-// the projects takes about a third as long as parsing them did.
-void releaseInSlices(QJsonValue document)
-{
-    QJsonArray longest;
-    if (document.isArray()) {
-        longest = document.toArray();
-    } else {
-        const QJsonObject object = document.toObject();
-        for (auto it = object.constBegin(); it != object.constEnd(); ++it) {
-            if (it->isArray() && it->toArray().size() > longest.size())
-                longest = it->toArray();
-        }
-    }
-    document = QJsonValue();
-    std::vector<QJsonValue> elements(longest.begin(), longest.end());
-    longest = QJsonArray();
-    Slices::forEach(elements.size(), Slices::count(elements.size()), [&](std::size_t, std::size_t begin, std::size_t end) {
-        for (std::size_t i = begin; i < end; ++i)
-            elements[i] = QJsonValue();
-    });
 }
 
 } // namespace
@@ -160,17 +144,7 @@ PersistedState StateStore::load() const
 
 PersistedState StateStore::load(const QString &path)
 {
-    // As StateCoder::read, with the parsed document let go of in slices.
-    std::optional<PersistedState> stored;
-    try {
-        if (const auto bytes = readFile(path)) {
-            QJsonValue document = json::parse(*bytes);
-            stored = json::decode<PersistedState>(document, json::KeyStyle::fieldNames);
-            releaseInSlices(std::move(document));
-        }
-    } catch (const std::exception &) {
-        stored.reset();
-    }
+    std::optional<PersistedState> stored = StateCoder::read<PersistedState>(path);
     if (!stored)
         return PersistedState::fresh();
     repair(*stored);

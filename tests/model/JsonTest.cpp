@@ -71,50 +71,99 @@ TEST(Parse, HostileTextThrowsInsteadOfCrashing)
     EXPECT_THROW(parse("\"just a string\""), DecodingError);
 }
 
-// A long array near the top is parsed in slices on a few threads; the result
-// and every error must be those of QJsonDocument on the whole text.
-TEST(Parse, LongArraysInSlicesMatchTheWholeText)
+} // namespace
+
+// A large document whose bulk is one array, as the state's projects are.
+namespace velum::json::chunktest {
+struct Item {
+    QString w;
+    int n = 0;
+    friend bool operator==(const Item &, const Item &) = default;
+};
+struct Doc {
+    std::vector<Item> items;
+    QString after;
+    friend bool operator==(const Doc &, const Doc &) = default;
+};
+} // namespace velum::json::chunktest
+
+template <>
+struct velum::json::Fields<velum::json::chunktest::Item> {
+    static constexpr auto list = std::tuple{field("n", &chunktest::Item::n), field("w", &chunktest::Item::w)};
+};
+template <>
+struct velum::json::Fields<velum::json::chunktest::Doc> {
+    static constexpr auto list = std::tuple{field("after", &chunktest::Doc::after),
+                                            field("items", &chunktest::Doc::items)};
+};
+
+namespace {
+
+// A large document's long array is decoded in chunks on a few threads; the
+// values and every error must be those of decoding the whole parsed text.
+TEST(DecodeText, LongArraysInChunksMatchTheWholeDocument)
 {
-    const auto whole = [](const QByteArray &text) -> std::string {
-        QJsonParseError error{};
-        const QJsonDocument document = QJsonDocument::fromJson(text, &error);
-        if (error.error != QJsonParseError::NoError)
-            return QStringLiteral("not valid JSON: %1 at offset %2").arg(error.errorString()).arg(error.offset).toStdString();
-        return document.toJson(QJsonDocument::Compact).toStdString();
-    };
-    const auto sliced = [](const QByteArray &text) -> std::string {
+    using chunktest::Doc;
+    using chunktest::Item;
+    constexpr auto style = KeyStyle::fieldNames;
+    const auto outcome = [](auto decodeIt) -> std::string {
         try {
-            return QJsonDocument(parse(text).toObject()).toJson(QJsonDocument::Compact).toStdString();
+            const auto value = decodeIt();
+            return serialize(encode(value, style)).toStdString();
         } catch (const DecodingError &e) {
             return e.what();
         }
     };
-    // Strings full of brackets, commas, quotes and backslashes, and an
-    // escaped key.
+    const auto same = [&]<class T>(const QByteArray &text) {
+        const std::string chunked = outcome([&] { return decodeText<T>(text, style); });
+        EXPECT_EQ(chunked, outcome([&] { return decode<T>(parse(text), style); }));
+        return chunked;
+    };
+    // Strings and ignored keys full of brackets, commas, quotes and
+    // backslashes, and an escaped key for the array.
     QByteArrayList elements;
     for (int i = 0; i < 6000; ++i)
-        elements += R"({"k\"],[": ")" + QByteArray::number(i) + R"( ]},{\\", "v": ["\\", {"}": "["}], "w": "\"\\\"]"})";
+        elements += R"({"k\"],[": ")" + QByteArray::number(i) + R"( ]},{\\", "v": ["\\", {"}": "["}], "w": "\"\\\"]", "n": )" +
+                    QByteArray::number(i) + "}";
     const auto document = [&](const QByteArrayList &items) {
         return R"({"before": {"a": [1, "]"]}, "it\u0065ms": [)" + items.join(",\n ") + R"(], "after": "x"})";
     };
     const QByteArray text = document(elements);
-    ASSERT_EQ(parse(text).toObject().value("items").toArray().size(), 6000);
-    EXPECT_EQ(sliced(text), whole(text));
+    const auto chunks = detail::ArrayChunks::find(text);
+    ASSERT_TRUE(chunks);
+    EXPECT_GT(chunks->count(), 4u);
+    EXPECT_EQ(chunks->key(), "items");
+    const auto decoded = detail::decodeInChunks<Doc>(text, style);
+    ASSERT_TRUE(decoded);
+    ASSERT_EQ(decoded->items.size(), 6000u);
+    EXPECT_EQ(decoded->items[4321], (Item{.w = R"("\"])", .n = 4321}));
+    EXPECT_EQ(decoded->after, "x");
+    same.operator()<Doc>(text);
+
     // With the key written twice, the parser's choice stands.
     QByteArray twice = text;
     twice.insert(twice.size() - 1, R"(, "items": [])");
-    EXPECT_EQ(sliced(twice), whole(twice));
+    EXPECT_FALSE(detail::decodeInChunks<Doc>(twice, style));
+    EXPECT_TRUE(same.operator()<Doc>(twice).ends_with("[]\n}"));
 
+    // Malformed text, an element nested one level past the parser's limit
+    // only counting the brackets around the array, and a value of the wrong
+    // type deep in the array.
     QByteArrayList malformed = elements;
     malformed[4000].replace(R"("v": [)", R"("v": [,)");
-    EXPECT_EQ(sliced(document(malformed)), whole(document(malformed)));
-    EXPECT_TRUE(sliced(document(malformed)).starts_with("not valid JSON"));
-    // An element nested one level past the parser's limit only counting the
-    // brackets around the array.
+    EXPECT_TRUE(same.operator()<Doc>(document(malformed)).starts_with("not valid JSON"));
     QByteArrayList deep = elements;
     deep[3000] = QByteArray(1023, '[') + QByteArray(1023, ']');
-    EXPECT_EQ(sliced(document(deep)), whole(document(deep)));
-    EXPECT_TRUE(sliced(document(deep)).starts_with("not valid JSON"));
+    EXPECT_TRUE(same.operator()<Doc>(document(deep)).starts_with("not valid JSON"));
+    QByteArrayList wrongType = elements;
+    wrongType[5000].replace(R"("n": 5000)", R"("n": "5000")");
+    EXPECT_TRUE(same.operator()<Doc>(document(wrongType)).starts_with("items[5000].n:"));
+
+    // The document itself an array, whole and with text after it.
+    const QByteArray array = "[" + elements.join(",") + "]";
+    ASSERT_TRUE(detail::decodeInChunks<std::vector<Item>>(array, style));
+    same.operator()<std::vector<Item>>(array);
+    EXPECT_TRUE(same.operator()<std::vector<Item>>(array + " []").starts_with("not valid JSON"));
 }
 
 TEST(Dates, WholeSecondsInUtcAndZoneOffsetsOnReading)

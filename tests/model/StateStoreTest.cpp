@@ -255,11 +255,27 @@ TEST_F(StateStoreTest, HostileFilesGiveAFreshState)
     wrongType.replace("\"thumbnailSeed\" : 0", "\"thumbnailSeed\" : \"zero\"");
     ASSERT_NE(wrongType, valid);
 
+    // A large account, whose projects are read in pieces on a few threads,
+    // with one bad value deep inside.
+    PersistedState large = PersistedState::fresh();
+    for (int p = 0; p < 500; ++p)
+        large.projects.push_back(projectWith({fileAt(media(QString("p%1.mov").arg(p)))}));
+    const QByteArray largeValid = StateCoder::encode(large);
+    ASSERT_GT(largeValid.size(), 300000);
+    test::writeBytes(path, largeValid);
+    EXPECT_EQ(store.load(), large);
+    QByteArray largeWrongType = largeValid;
+    const QByteArray seed = "\"thumbnailSeed\" : 0";
+    largeWrongType.replace(largeValid.indexOf(seed, largeValid.size() * 2 / 3), seed.size(), "\"thumbnailSeed\" : []");
+    ASSERT_NE(largeWrongType, largeValid);
+
     const std::vector<QByteArray> hostile{
         valid.left(valid.size() / 2),                          // truncated
         QByteArray(100000, '[') + QByteArray(100000, ']'),     // deeply nested
         "{\"projects\":" + QByteArray(5000, '[') + QByteArray(5000, ']') + "}",
         wrongType,                                             // one bad value inside one project
+        largeWrongType,
+        largeValid.left(largeValid.size() * 3 / 4),
         "{\"projects\":[{\"id\":\"x\"}]}",
         "{\"version\":3,\"projects\":{}}",
         "[]",
