@@ -9,6 +9,7 @@
 #include <QVariant>
 
 #include <algorithm>
+#include <bit>
 #include <charconv>
 #include <cmath>
 #include <cstring>
@@ -321,8 +322,6 @@ namespace {
 
 // Below this much text, cutting costs more than it saves.
 constexpr qsizetype cutBytesMinimum = 256 * 1024;
-// About this much text per chunk: its parsed values stay in a core's cache.
-constexpr qsizetype chunkBytes = 8 * 1024;
 
 bool isJsonSpace(char c)
 {
@@ -375,14 +374,7 @@ public:
     {
         const char *c = m_at + 1;
         for (;;) {
-            while (m_end - c >= 8) {
-                const std::uint64_t word = load(c);
-                if (anyByte(word, '"') | anyByte(word, '\\'))
-                    break;
-                c += 8;
-            }
-            while (c < m_end && !inString[static_cast<unsigned char>(*c)])
-                ++c;
+            c = nextOf(c, [](std::uint64_t word) { return anyByte(word, '"') | anyByte(word, '\\'); }, inString);
             if (c >= m_end)
                 return false;
             if (*c == '"') {
@@ -401,16 +393,11 @@ public:
         int depth = 0;
         const char *c = m_at;
         for (;;) {
-            while (m_end - c >= 8) {
+            c = nextOf(c, [](std::uint64_t word) {
                 // Setting bit 0x20 turns '[' into '{' and ']' into '}'.
-                const std::uint64_t word = load(c);
                 const std::uint64_t folded = word | (lowBits * 0x20);
-                if (anyByte(word, '"') | anyByte(word, ',') | anyByte(folded, '{') | anyByte(folded, '}'))
-                    break;
-                c += 8;
-            }
-            while (c < m_end && !structural[static_cast<unsigned char>(*c)])
-                ++c;
+                return anyByte(word, '"') | anyByte(word, ',') | anyByte(folded, '{') | anyByte(folded, '}');
+            }, structural);
             if (c >= m_end)
                 return false;
             switch (*c) {
@@ -453,6 +440,26 @@ public:
     }
 
 private:
+    // The first byte from `c` on that is in `set`, or the end. `flags`
+    // marks bytes of a word in `set` by their top bit; the lowest mark is
+    // exact, so the scan jumps straight to it.
+    template <class Flags>
+    const char *nextOf(const char *c, Flags flags, const std::array<bool, 256> &set) const
+    {
+        while (m_end - c >= 8) {
+            if (const std::uint64_t found = flags(load(c))) {
+                if constexpr (std::endian::native == std::endian::little)
+                    return c + std::countr_zero(found) / 8;
+                else
+                    return c + std::countl_zero(found) / 8;
+            }
+            c += 8;
+        }
+        while (c < m_end && !set[static_cast<unsigned char>(*c)])
+            ++c;
+        return c;
+    }
+
     const char *m_begin;
     const char *m_at;
     const char *m_end;
@@ -552,7 +559,7 @@ std::optional<ArrayChunks> ArrayChunks::find(const QByteArray &bytes)
     // Cuts at the first comma past each chunk's share of the text.
     chunks.m_bounds.push_back(array->open);
     auto comma = array->commas.begin();
-    for (qsizetype share = array->open + chunkBytes; share < array->close; share += chunkBytes) {
+    for (qsizetype share = array->open + bytesPerChunk; share < array->close; share += bytesPerChunk) {
         comma = std::lower_bound(comma, array->commas.end(), share);
         if (comma == array->commas.end())
             break;
@@ -595,7 +602,11 @@ std::optional<QJsonArray> ArrayChunks::parse(std::size_t chunk) const
     const std::optional<QJsonDocument> document = parseWhole(text);
     if (!document)
         return std::nullopt;
-    return m_depth == 1 ? document->array() : document->array().at(0).toArray();
+    QJsonArray elements = m_depth == 1 ? document->array() : document->array().at(0).toArray();
+    // Only space between two commas parses here, but not in the whole text.
+    if (elements.isEmpty())
+        return std::nullopt;
+    return elements;
 }
 
 } // namespace detail

@@ -189,6 +189,8 @@ const auto &keys(KeyStyle style)
     return style == KeyStyle::snakeCase ? snake : plain;
 }
 
+// The same keys in Latin-1, for lookups in a parsed object that convert
+// nothing.
 template <class R>
 const auto &latinKeys(KeyStyle style)
 {
@@ -490,6 +492,8 @@ public:
     // No value for a short document, one without such an array, or anything
     // unexpected: the whole parse then decides.
     static std::optional<ArrayChunks> find(const QByteArray &bytes);
+    // About this much text a chunk: its parsed values stay in a core's cache.
+    static constexpr qsizetype bytesPerChunk = 8 * 1024;
 
     std::size_t count() const { return m_bounds.size() - 1; }
     // A chunk's elements, or no value when they do not parse.

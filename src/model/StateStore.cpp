@@ -96,25 +96,45 @@ std::vector<char> filesExist(const std::vector<const QUrl *> &urls)
     };
     const auto check = [&](const std::vector<std::size_t> &group) {
         if (group.size() >= listingMinimum) {
-            // The files by name; files of the same name chained by index.
+            // The folder is listed while the files are put in a table by
+            // name (files of the same name chained by index); then the
+            // listing is matched against the table, a few threads at a time
+            // when there is no other folder to work on.
             QHash<QByteArrayView, std::size_t> byName;
-            byName.reserve(static_cast<qsizetype>(group.size()));
             std::vector<std::size_t> sameName(group.size(), group.size());
-            for (std::size_t g = 0; g < group.size(); ++g) {
-                const auto it = byName.find(nameOf(group[g]));
-                if (it == byName.end())
-                    byName.insert(nameOf(group[g]), g);
-                else
-                    sameName[g] = std::exchange(it.value(), g);
-            }
+            QByteArray listed;
+            std::vector<std::pair<qsizetype, qsizetype>> entries; // offset and size in `listed`
             const QByteArrayView first(paths[group.front()]);
-            forEachExistingEntry(first.first(std::max<qsizetype>(first.lastIndexOf('/'), 1)).toByteArray(),
-                                 [&](std::string_view name) {
-                const auto match = byName.constFind(QByteArrayView(name.data(), static_cast<qsizetype>(name.size())));
-                if (match == byName.constEnd())
-                    return;
-                for (std::size_t g = match.value(); g < group.size(); g = sameName[g])
-                    found[group[g]] = 1;
+            const QByteArray folder = first.first(std::max<qsizetype>(first.lastIndexOf('/'), 1)).toByteArray();
+            const auto list = [&] {
+                forEachExistingEntry(folder, [&](std::string_view name) {
+                    entries.emplace_back(listed.size(), static_cast<qsizetype>(name.size()));
+                    listed.append(name.data(), static_cast<qsizetype>(name.size()));
+                });
+            };
+            const auto tabulate = [&] {
+                byName.reserve(static_cast<qsizetype>(group.size()));
+                for (std::size_t g = 0; g < group.size(); ++g) {
+                    const auto it = byName.find(nameOf(group[g]));
+                    if (it == byName.end())
+                        byName.insert(nameOf(group[g]), g);
+                    else
+                        sameName[g] = std::exchange(it.value(), g);
+                }
+            };
+            Slices::forEach(2, Slices::count(2, 1), [&](std::size_t, std::size_t begin, std::size_t end) {
+                for (std::size_t task = begin; task < end; ++task)
+                    task == 0 ? tabulate() : list();
+            });
+            // Names in a folder differ, so each entry marks files of its own.
+            Slices::forEach(entries.size(), Slices::count(entries.size(), 1024), [&](std::size_t, std::size_t begin, std::size_t end) {
+                for (std::size_t e = begin; e < end; ++e) {
+                    const auto match = byName.constFind(QByteArrayView(listed).sliced(entries[e].first, entries[e].second));
+                    if (match == byName.constEnd())
+                        continue;
+                    for (std::size_t g = match.value(); g < group.size(); g = sameName[g])
+                        found[group[g]] = 1;
+                }
             });
         }
         for (const std::size_t i : group) {

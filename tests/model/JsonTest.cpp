@@ -155,6 +155,22 @@ TEST(DecodeText, LongArraysInChunksMatchTheWholeDocument)
     QByteArrayList deep = elements;
     deep[3000] = QByteArray(1023, '[') + QByteArray(1023, ']');
     EXPECT_TRUE(same.operator()<Doc>(document(deep)).starts_with("not valid JSON"));
+    // Two commas with only space between them, with a cut at each: that
+    // piece parses to nothing, though the whole text does not parse.
+    const QByteArray head = document({}).left(document({}).indexOf(R"(ms": [)") + 6);
+    const QByteArray before = head + elements.mid(0, 100).join(",\n ") + ",\n ";
+    QByteArray big = R"({"w": ")" + QByteArray(detail::ArrayChunks::bytesPerChunk + 100, 'a') + R"(", "n": 1})";
+    const qsizetype firstComma = before.size() + big.size();
+    const qsizetype share = detail::ArrayChunks::bytesPerChunk;
+    big.insert(7, QByteArray((share - (firstComma + 1 - (head.size() - 1)) % share) % share, 'a'));
+    const QByteArray holes = before + big + ", ," + elements.mid(100).join(",\n ") + R"(], "after": "x"})";
+    const auto holeChunks = detail::ArrayChunks::find(holes);
+    ASSERT_TRUE(holeChunks);
+    std::size_t unparsed = 0;
+    for (std::size_t c = 0; c < holeChunks->count(); ++c)
+        unparsed += holeChunks->parse(c) ? 0 : 1;
+    EXPECT_EQ(unparsed, 1u);
+    EXPECT_TRUE(same.operator()<Doc>(holes).starts_with("not valid JSON"));
     QByteArrayList wrongType = elements;
     wrongType[5000].replace(R"("n": 5000)", R"("n": "5000")");
     EXPECT_TRUE(same.operator()<Doc>(document(wrongType)).starts_with("items[5000].n:"));

@@ -163,19 +163,24 @@ TEST_F(StateStoreTest, FilesInABigFolderCountOnlyWhenTheirPathLeadsToSomething)
     ASSERT_TRUE(QDir(folder).mkdir("Sub Folder"));
     for (const QString name : {"good link.mov", "dangling.mov", "Sub Folder", "Sub Folder/", "never there.mov"})
         files.push_back(fileAt(folder + "/" + name));
+    // The same files in a second project.
     PersistedState state = PersistedState::fresh();
+    state.projects.push_back(projectWith(files));
     state.projects.push_back(projectWith(std::move(files)));
     store.save(state);
     ASSERT_TRUE(QFile::remove(folder + "/f5.mov"));
 
-    const auto loaded = store.load().projects.at(0).files;
-    ASSERT_EQ(loaded.size(), 29u);
-    std::vector<QString> failed;
-    for (const auto &file : loaded) {
-        if (file.state == ProjectFileState::failed)
-            failed.push_back(QFileInfo(file.url.toLocalFile()).fileName());
+    const auto loaded = store.load();
+    ASSERT_EQ(loaded.projects.size(), 2u);
+    for (const auto &project : loaded.projects) {
+        ASSERT_EQ(project.files.size(), 29u);
+        std::vector<QString> failed;
+        for (const auto &file : project.files) {
+            if (file.state == ProjectFileState::failed)
+                failed.push_back(QFileInfo(file.url.toLocalFile()).fileName());
+        }
+        EXPECT_EQ(failed, (std::vector<QString>{"f5.mov", "dangling.mov", "never there.mov"}));
     }
-    EXPECT_EQ(failed, (std::vector<QString>{"f5.mov", "dangling.mov", "never there.mov"}));
 }
 
 TEST_F(StateStoreTest, StyleVideosAreRequeuedOrFailed)
