@@ -17,6 +17,8 @@
 
 #include <memory>
 
+#include <unistd.h>
+
 using namespace velum;
 
 namespace {
@@ -82,6 +84,8 @@ struct Fixture {
             state.projects.push_back(std::move(project));
         }
         store.save(state);
+        // The new files reach the disk before anything is measured.
+        ::sync();
     }
 };
 
