@@ -311,7 +311,7 @@ namespace {
 // A large document is mostly one long array near the top (the state's
 // projects, a transcript's words), whose elements can be parsed apart: a scan
 // that knows only strings and brackets finds the commas between the elements,
-// and the array is cut there into chunks of a few dozen kilobytes. Each chunk
+// and the array is cut there into chunks of a few kilobytes. Each chunk
 // is parsed and decoded while its values are still in the processor's cache,
 // chunks run on a few threads, and the rest of the document is parsed with
 // the array left empty. The pieces are exact: a chunk is parsed inside as
