@@ -4,12 +4,10 @@
 // itself with a static `CommandRegistration`; main() dispatches on the first
 // argument.
 
-#include <QCoroTask>
 #include <QStringList>
 
 #include <exception>
 #include <functional>
-#include <optional>
 #include <utility>
 #include <vector>
 
@@ -43,34 +41,5 @@ int failure(const std::exception &error);
 // The same for an error that may come from a tool run: a tool that failed
 // also gets the first line it printed, which names what went wrong.
 int toolFailure(const std::exception &error);
-
-namespace detail {
-
-// The exception is caught inside a coroutine of our own: one that escapes
-// the task waitFor drives would leave the loop waiting for ever.
-template <class T>
-QCoro::Task<std::pair<std::optional<T>, std::exception_ptr>> settled(QCoro::Task<T> task)
-{
-    std::pair<std::optional<T>, std::exception_ptr> result;
-    try {
-        result.first.emplace(co_await std::move(task));
-    } catch (...) {
-        result.second = std::current_exception();
-    }
-    co_return result;
-}
-
-} // namespace detail
-
-// Runs a task to its end in a nested event loop and gives its value or
-// rethrows what it threw.
-template <class T>
-T wait(QCoro::Task<T> task)
-{
-    auto result = QCoro::waitFor(detail::settled(std::move(task)));
-    if (result.second)
-        std::rethrow_exception(result.second);
-    return std::move(*result.first);
-}
 
 } // namespace velum::cli

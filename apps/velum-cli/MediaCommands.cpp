@@ -11,6 +11,7 @@
 
 #include "tools/FFmpegRunner.h"
 #include "tools/MediaValidator.h"
+#include "tools/WaitForTask.h"
 
 #include <QCoroTask>
 #include <QFileInfo>
@@ -68,7 +69,7 @@ int runProbe(const QStringList &arguments)
         return *status;
     const QUrl url = std::get<QUrl>(argument);
     try {
-        const auto probe = wait(FFmpegRunner::probe(url));
+        const auto probe = waitForTask(FFmpegRunner::probe(url));
         print(encoded(probe));
     } catch (const std::exception &e) {
         return toolFailure(e);
@@ -104,7 +105,7 @@ int runValidate(const QStringList &arguments)
     // A file that is not there gets its verdict like any unreadable file.
     const QUrl url = QUrl::fromLocalFile(QFileInfo(path).absoluteFilePath());
     try {
-        const auto outcome = wait(MediaValidator::validate(url, *role));
+        const auto outcome = waitForTask(MediaValidator::validate(url, *role));
         print(encoded(outcome));
     } catch (const std::exception &e) {
         return toolFailure(e);
@@ -158,7 +159,7 @@ int runPasses(const QStringList &arguments)
         return *status;
     const QUrl url = std::get<QUrl>(argument);
     try {
-        print(wait(measure(url)));
+        print(waitForTask(measure(url)));
     } catch (const std::exception &e) {
         return toolFailure(e);
     }

@@ -13,6 +13,7 @@
 #include "perception/MeasurementsExporter.h"
 #include "perception/ProbeStage.h"
 #include "perception/SyncStage.h"
+#include "tools/WaitForTask.h"
 
 #include <QDir>
 #include <QFile>
@@ -123,14 +124,14 @@ int runPerceive(const QStringList &arguments)
     line(QStringLiteral("project %1%2").arg(ProjectWorkspace::folderName(projectID),
                                             newID ? QStringLiteral(" (new id)") : QString()));
     try {
-        const auto c0 = wait(ProcessPipeline::runC0(projectID, files, workspace));
+        const auto c0 = waitForTask(ProcessPipeline::runC0(projectID, files, workspace));
         line(QStringLiteral("c0: %1 file(s)").arg(c0.files.size()));
         for (const auto &clip : c0.document.clips)
             line(QStringLiteral("  %1  %2 %3%4")
                      .arg(clip.filename, json::text(clip.role), json::text(clip.state),
                           clip.note ? QStringLiteral(" — ") + *clip.note : QString()));
 
-        const auto sync = wait(ProcessPipeline::runC05(projectID, c0.document, workspace));
+        const auto sync = waitForTask(ProcessPipeline::runC05(projectID, c0.document, workspace));
         const C0Probe::Clip *external = sync.externalClipId ? c0.document.clip(*sync.externalClipId) : nullptr;
         line(external ? QStringLiteral("c05: against %1").arg(external->filename)
                       : QStringLiteral("c05: no external audio"));
@@ -150,7 +151,7 @@ int runPerceive(const QStringList &arguments)
                                                  fileSize(QDir(projectDir).filePath(artifact::c05Sync))));
 
         Project project{.id = projectID, .name = QFileInfo(projectDir).fileName(), .files = c0.files};
-        const auto measured = wait(MeasurementsExporter::exportProject(
+        const auto measured = waitForTask(MeasurementsExporter::exportProject(
             project, QUrl::fromLocalFile(QFileInfo(args.out).absoluteFilePath()), workspace));
         line(QStringLiteral("wrote %1 (%2 bytes)")
                  .arg(measured.measurementsURL.toLocalFile())

@@ -132,22 +132,7 @@ bool make(const MediaSamples &m, const QString &folder, QString &error)
 
 const MediaSamples &MediaSamples::get()
 {
-    static QString error;
-    static const std::optional<MediaSamples> made = []() -> std::optional<MediaSamples> {
-        const auto samplesIn = [](const QString &folder) {
-            MediaSamples m;
-            assign(m, folder);
-            return m;
-        };
-        const auto folder = sharedFolder(
-            QStringLiteral("velum-test-media-v1"),
-            [&](const QString &folder, QString &error) { return make(samplesIn(folder), folder, error); }, error);
-        return folder ? std::optional(samplesIn(*folder)) : std::nullopt;
-    }();
-    if (!made)
-        ADD_FAILURE() << "could not make the test media: " << error.toStdString();
-    static const MediaSamples none;
-    return made ? *made : none;
+    return sharedSamples<MediaSamples>(QStringLiteral("velum-test-media-v1"), "the test media", assign, make);
 }
 
 } // namespace velum::test

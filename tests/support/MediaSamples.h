@@ -50,9 +50,6 @@ public:
     // 5 s of sound: a tone until 1 s, silence to 2.5 s, a tone to 4 s, then
     // silence to the end.
     QString toneAndSilence;
-
-private:
-    MediaSamples() = default;
 };
 
 } // namespace velum::test

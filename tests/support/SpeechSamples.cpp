@@ -90,22 +90,7 @@ bool make(const SpeechSamples &s, const QString &folder, QString &error)
 
 const SpeechSamples &SpeechSamples::get()
 {
-    static QString error;
-    static const std::optional<SpeechSamples> made = []() -> std::optional<SpeechSamples> {
-        const auto samplesIn = [](const QString &folder) {
-            SpeechSamples s;
-            assign(s, folder);
-            return s;
-        };
-        const auto folder = sharedFolder(
-            QStringLiteral("velum-test-speech-v1"),
-            [&](const QString &folder, QString &error) { return make(samplesIn(folder), folder, error); }, error);
-        return folder ? std::optional(samplesIn(*folder)) : std::nullopt;
-    }();
-    if (!made)
-        ADD_FAILURE() << "could not make the speech samples: " << error.toStdString();
-    static const SpeechSamples none;
-    return made ? *made : none;
+    return sharedSamples<SpeechSamples>(QStringLiteral("velum-test-speech-v1"), "the speech samples", assign, make);
 }
 
 } // namespace velum::test

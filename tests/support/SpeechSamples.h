@@ -50,9 +50,6 @@ public:
     // `morning` at 2024-05-01T08:00:00Z, `evening` at 2024-05-01T19:00:00Z.
     QString morning;
     QString evening;
-
-private:
-    SpeechSamples() = default;
 };
 
 } // namespace velum::test
